@@ -1,0 +1,85 @@
+#include "main/daemon.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+constexpr size_t kPidRecordSize = 128;
+
+// Goes on in the child. The other side of the fork, or of a failed one, ends.
+void continue_in_child() {
+  if (fork() != 0) exit(0);
+}
+
+// Takes a write lock on the whole file without waiting.
+bool lock_file(int fd) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  return fcntl(fd, F_SETLK, &lock) == 0;
+}
+
+// The lock is what counts; a record that cannot be written is done without.
+void write_pid_record(int fd) {
+  char record[kPidRecordSize] = "";
+  snprintf(record, sizeof record, "%d", getpid());
+  if (ftruncate(fd, 0) == 0) (void)!write(fd, record, sizeof record);
+}
+
+}  // namespace
+
+void tarv_daemonize() {
+  continue_in_child();
+  setsid();
+  signal(SIGHUP, SIG_IGN);
+  continue_in_child();
+  (void)!chdir("/");
+  umask(0);
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(fd);
+  const int null = open("/dev/null", O_RDWR);
+  (void)!dup(null);
+  (void)!dup(null);
+}
+
+int get_process_name(char (&name)[kProcessNameCapacity]) {
+  char link[1024] = "";
+  const ssize_t length = readlink("/proc/self/exe", link, sizeof link);
+  if (length < 1 || length > static_cast<ssize_t>(sizeof link) - 1) {
+    printf("readlink error, ret: %d\n", static_cast<int>(length));
+    return -1;
+  }
+  const std::string_view path(link, static_cast<size_t>(length));
+  const size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return -1;
+  const std::string_view file_name = path.substr(slash + 1, kProcessNameCapacity - 1);
+  memcpy(name, file_name.data(), file_name.size());
+  name[file_name.size()] = '\0';
+  return static_cast<int>(file_name.size());
+}
+
+int check_process_running() {
+  char name[kProcessNameCapacity] = "";
+  char path[128] = "";
+  get_process_name(name);
+  snprintf(path, sizeof path, "/var/run/%s.pid", name);
+  const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    printf("%s[%d], open\n", __func__, __LINE__);
+    exit(1);
+  }
+  if (!lock_file(fd)) {
+    printf("[%d] %s lock_set\n", __LINE__, name);
+    close(fd);
+    exit(1);
+  }
+  write_pid_record(fd);
+  return 0;
+}

@@ -1,0 +1,97 @@
+#include "main/run/result_files.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "main/run/number_text.h"
+#include "main/run/record.h"
+#include "main/run/retry.h"
+#include "main/run/unique_fd.h"
+
+namespace {
+
+constexpr std::array<std::string_view, 7> kStatusNames = {
+    "TARV_STATUS_IDLE\n",    "TARV_STATUS_DOWNLOAD\n", "TARV_STATUS_CHECK\n",  "TARV_STATUS_INSTALL\n",
+    "TARV_STATUS_RESTORE\n", "TARV_STATUS_SUCCESS\n",  "TARV_STATUS_FAILED\n",
+};
+constexpr std::string_view kUnknownStatus = "TARV_STATUS_ERR_INPUT\n";
+
+constexpr std::array<const char*, 14> kRunFiles = {
+    PATH_TARV_STATUS,     PATH_TARV_STATUS_STR,   PATH_TARV_FAIL_REASON, PATH_TARV_DOWNLOAD_TIME,
+    PATH_TARV_CHECK_TIME, PATH_TARV_INSTALL_TIME, PATH_TARV_TOTAL_TIME,  PATH_TARV_DOWNLOAD_SIZE,
+    PATH_TARV_FILE_SIZE,  PATH_TARV_PT_TYPE,      PATH_TARV_HEAD,        HTTP_HEADER_FILE,
+    PATH_TARV_LOG,        PATH_TARV_LOG_BAK,
+};
+
+// Opens `path` for writing with `mode_flag` (O_TRUNC or O_APPEND) and writes the bytes; whatever fails, fails
+// silently.
+void put_file(const char* path, int mode_flag, const void* data, size_t len) {
+  const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | mode_flag, 0666));
+  if (!fd.valid()) return;
+  const char* bytes = static_cast<const char*>(data);
+  while (len > 0) {
+    const ssize_t n = retry_interrupted([&] { return write(fd.get(), bytes, len); });
+    if (n <= 0) return;
+    bytes += n;
+    len -= static_cast<size_t>(n);
+  }
+}
+
+}  // namespace
+
+bool tarv_is_run_file(std::string_view name) {
+  constexpr size_t dir_len = sizeof(TARV_RUN_DIR "/") - 1;
+  for (const char* path : kRunFiles) {
+    if (name == path + dir_len) return true;
+  }
+  return false;
+}
+
+void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name) {
+  snprintf(path, sizeof path, "%s/%s", TARV_RUN_DIR, file_name);
+}
+
+void tarv_write_status() {
+  const auto status = static_cast<uint32_t>(ginfo->status);
+  const std::string_view name = status < kStatusNames.size() ? kStatusNames[status] : kUnknownStatus;
+  put_file(PATH_TARV_STATUS_STR, O_APPEND, name.data(), name.size());
+  tarv_write_int_file(PATH_TARV_STATUS, ginfo->status);
+}
+
+int tarv_write_int_file(const char* path, int32_t value) {
+  char text[64];
+  const int len = snprintf(text, sizeof text, "%d", value);
+  put_file(path, O_TRUNC, text, static_cast<size_t>(len));
+  return 0;
+}
+
+int32_t tarv_read_int_file(const char* path) {
+  const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) return -1;
+  char text[63];
+  const ssize_t n = retry_interrupted([&] { return read(fd.get(), text, sizeof text); });
+  if (n <= 0) return -1;
+  const std::string_view first_read(text, static_cast<size_t>(n));
+  return parse_decimal(first_read.substr(0, first_read.find('\n'))).value_or(-1);
+}
+
+int tarv_write_file(const char* path, const void* data, int32_t len) {
+  if (len >= 1) put_file(path, O_TRUNC, data, static_cast<size_t>(len));
+  return 0;
+}
+
+void tarv_write_fail_reason(std::string_view reason) {
+  tarv_write_file(PATH_TARV_FAIL_REASON, reason.data(), static_cast<int32_t>(reason.size()));
+}
+
+int32_t tarv_get_download_size() {
+  const int32_t size = tarv_read_int_file(PATH_TARV_DOWNLOAD_SIZE);
+  return size < 0 ? 0 : size;
+}
+
+void tarv_set_download_size(int32_t size) {
+  tarv_write_int_file(PATH_TARV_DOWNLOAD_SIZE, size);
+}

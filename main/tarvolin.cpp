@@ -1,0 +1,95 @@
+// The updater's entry point: from the command line to the end of a run.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "main/daemon.h"
+#include "main/options.h"
+#include "main/run/log.h"
+#include "main/run/record.h"
+#include "main/run/result_files.h"
+#include "main/run/shell.h"
+#include "main/stages.h"
+
+namespace {
+
+constexpr const char* kOp = "main";
+
+// Started without standard input or output, the program would otherwise open flash or sockets under their
+// numbers and print its messages into them.
+void occupy_standard_descriptors() {
+  int fd;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
+void empty_run_directory() {
+  char command[1024];
+  snprintf(command, sizeof command, "rm -rf %s/*", TARV_RUN_DIR);
+  tarv_run_command(command);
+  if (mkdir(TARV_RUN_DIR, 0755) != 0) TARV_LOG(kOp, "mkdir %s\n", strerror(errno));
+}
+
+// Runs the stages in order. Returns 0, or the exit status of the one that failed.
+int run_stages() {
+  if (vexo_tarv_download() < 0) {
+    TARV_LOG(kOp, "vexo_tarv_download failed\n");
+    return -1;
+  }
+  if (vexo_tarv_check() < 0) {
+    TARV_LOG(kOp, "vexo_tarv_check failed\n");
+    return -2;
+  }
+  if (vexo_tarv_install() < 0) {
+    TARV_LOG(kOp, "vexo_tarv_install failed\n");
+    return -3;
+  }
+  return 0;
+}
+
+void report_success() {
+  const auto now = static_cast<uint32_t>(time(nullptr));
+  const auto total = static_cast<int32_t>(now - ginfo->start_time);
+  ginfo->stage_time = now;
+  TARV_LOG(kOp, ">> vexo_tarvolin all success, total consume %ds\n\n", total);
+  tarv_write_int_file(PATH_TARV_TOTAL_TIME, total);
+  tarv_write_status();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  occupy_standard_descriptors();
+  signal(SIGPIPE, SIG_IGN);
+  setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever follows a --debug run through a pipe sees each line at once
+  tarv_init_info();
+  switch (tarv_parse_options(argc, argv)) {
+    case tarv_start::exit_success:
+      return 0;
+    case tarv_start::exit_failure:
+      return -1;
+    case tarv_start::run_detached:
+      tarv_daemonize();
+      break;
+    case tarv_start::run_in_foreground:
+      break;
+  }
+  check_process_running();
+
+  ginfo->start_time = static_cast<uint32_t>(time(nullptr));
+  ginfo->stage_time = static_cast<uint32_t>(time(nullptr));
+  empty_run_directory();
+  TARV_LOG(kOp, "type: %d, url: %s, rmrfnvbak: %d\n", ginfo->type, ginfo->url, ghead->rmrfnvbak);
+  tarv_write_status();
+  const int result = run_stages();
+  if (result == 0) report_success();
+  return result;
+}

@@ -1,0 +1,38 @@
+#include "store/data_volume.h"
+
+#include "main/run/log.h"
+#include "main/run/result_files.h"
+#include "main/run/shell.h"
+
+namespace {
+
+int tarv_data_ubi_mounted() {
+  return tarv_command_prints("mount | grep /dev/ubi2_0");
+}
+
+int tarv_ubi2_attached() {
+  return tarv_command_prints("ubinfo | grep ubi2");
+}
+
+}  // namespace
+
+int tarv_umount_ubi() {
+  if (tarv_data_ubi_mounted() != 0) {
+    tarv_run_command("fuser -m -k /data");
+    tarv_run_command("umount /data");
+    if (tarv_data_ubi_mounted() != 0) {
+      TARV_LOG(__func__, "umount failed\n");
+      tarv_write_fail_reason("umount /data failed\n");
+      return -1;
+    }
+  }
+  if (tarv_ubi2_attached() != 0) {
+    tarv_run_command("ubidetach -d 2");
+    if (tarv_ubi2_attached() != 0) {
+      TARV_LOG(__func__, "detach failed\n");
+      tarv_write_fail_reason("detach ubi2 failed\n");
+      return -1;
+    }
+  }
+  return 0;
+}
