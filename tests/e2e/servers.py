@@ -1,0 +1,127 @@
+"""HTTP servers on loopback: one that follows a script, and the real nginx."""
+import contextlib
+import pathlib
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+
+PAUSE = 0.02  # seconds between two pieces that must not arrive as one
+
+
+def header(length, status="200 OK", extra=()):
+    lines = [f"HTTP/1.1 {status}", "Server: script", f"Content-Length: {length}", "Connection: close", *extra]
+    return "\r\n".join(lines).encode() + b"\r\n\r\n"
+
+
+class Reset:
+    """In a script: end the connection with a TCP reset."""
+
+
+class ScriptedServer:
+    """Answers each connection with the same script: pieces of bytes, numbers (seconds to wait) and Reset."""
+
+    def __init__(self, script, pause=PAUSE):
+        self.script, self.pause = script, pause
+        self.requests = []
+        self.socket = socket.create_server(("127.0.0.1", 0))
+        self.port = self.socket.getsockname()[1]
+        self.stopped = threading.Event()
+        self.thread = threading.Thread(target=self._serve, daemon=True)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stopped.set()
+        with contextlib.suppress(OSError):
+            self.socket.shutdown(socket.SHUT_RDWR)
+        self.socket.close()
+        self.thread.join(5)
+
+    def url(self, path="/pkg.img"):
+        return f"http://127.0.0.1:{self.port}{path}"
+
+    def _serve(self):
+        while not self.stopped.is_set():
+            try:
+                connection, _ = self.socket.accept()
+            except OSError:
+                return
+            with connection, contextlib.suppress(OSError):
+                connection.settimeout(60)
+                connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                self._answer(connection)
+
+    def _answer(self, connection):
+        request = b""
+        while not request.endswith(b"\r\n\r\n"):
+            piece = connection.recv(4096)
+            if not piece:
+                return
+            request += piece
+        self.requests.append(request)
+        for n, step in enumerate(self.script):
+            if isinstance(step, (int, float)):
+                self.stopped.wait(step)
+            elif step is Reset:
+                connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                return
+            else:
+                if n and self.pause:
+                    time.sleep(self.pause)
+                connection.sendall(step)
+
+
+def serve(package, **kwargs):
+    """A scripted server that sends a package in one piece."""
+    return ScriptedServer([header(len(package)) + package], **kwargs)
+
+
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as probe:
+        return probe.getsockname()[1]
+
+
+class Nginx:
+    """nginx serving a folder of its own on a free port. `listen` and `server` add to its configuration."""
+
+    def __init__(self, listen="", server=""):
+        self.temp = tempfile.TemporaryDirectory(prefix="tarv-nginx-")
+        self.folder = pathlib.Path(self.temp.name)
+        self.root = self.folder / "www"
+        self.root.mkdir()
+        self.port = free_port()
+        (self.folder / "nginx.conf").write_text(f"""
+daemon off; pid {self.folder}/pid; error_log {self.folder}/error.log; worker_processes 1; user root;
+events {{ worker_connections 64; }}
+http {{
+  access_log {self.folder}/access.log;
+  client_body_temp_path {self.folder}/body; proxy_temp_path {self.folder}/proxy;
+  fastcgi_temp_path {self.folder}/fastcgi; uwsgi_temp_path {self.folder}/uwsgi; scgi_temp_path {self.folder}/scgi;
+  server {{ listen 127.0.0.1:{self.port} {listen}; root {self.root}; {server} }}
+}}
+""")
+
+    def __enter__(self):
+        command = ["nginx", "-e", str(self.folder / "error.log"), "-c", str(self.folder / "nginx.conf")]
+        self.process = subprocess.Popen(command, stderr=subprocess.DEVNULL)
+        for _ in range(200):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), 1):
+                return self
+            if self.process.poll() is not None:
+                break
+            time.sleep(0.05)
+        raise AssertionError("nginx does not start: " + (self.folder / "error.log").read_text())
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.wait(10)
+        self.temp.cleanup()
+
+    def put(self, name, data):
+        (self.root / name).write_bytes(data)
+        return f"http://127.0.0.1:{self.port}/{name}"
