@@ -21,10 +21,11 @@ class Reset:
 
 
 class ScriptedServer:
-    """Answers each connection with the same script: pieces of bytes, numbers (seconds to wait) and Reset."""
+    """Answers each connection with the same script: pieces of bytes, numbers (seconds to wait), events to wait for and
+    Reset. With an ssl.SSLContext in `tls` it speaks HTTPS; a script's end is then a cut, without TLS's own farewell."""
 
-    def __init__(self, script, pause=PAUSE):
-        self.script, self.pause = script, pause
+    def __init__(self, script, pause=PAUSE, tls=None):
+        self.script, self.pause, self.tls = script, pause, tls
         self.requests = []
         self.socket = socket.create_server(("127.0.0.1", 0))
         self.port = self.socket.getsockname()[1]
@@ -43,7 +44,7 @@ class ScriptedServer:
         self.thread.join(5)
 
     def url(self, path="/pkg.img"):
-        return f"http://127.0.0.1:{self.port}{path}"
+        return f"{'https' if self.tls else 'http'}://127.0.0.1:{self.port}{path}"
 
     def _serve(self):
         while not self.stopped.is_set():
@@ -51,10 +52,13 @@ class ScriptedServer:
                 connection, _ = self.socket.accept()
             except OSError:
                 return
-            with connection, contextlib.suppress(OSError):
-                connection.settimeout(60)
-                connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-                self._answer(connection)
+            with connection, contextlib.suppress(OSError), self._prepare(connection) as channel:
+                self._answer(channel)
+
+    def _prepare(self, connection):
+        connection.settimeout(60)
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return self.tls.wrap_socket(connection, server_side=True) if self.tls else connection
 
     def _answer(self, connection):
         request = b""
@@ -67,6 +71,9 @@ class ScriptedServer:
         for n, step in enumerate(self.script):
             if isinstance(step, (int, float)):
                 self.stopped.wait(step)
+            elif isinstance(step, threading.Event):
+                while not self.stopped.is_set() and not step.wait(PAUSE):
+                    pass
             elif step is Reset:
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
                 return
@@ -95,6 +102,7 @@ class Nginx:
         self.root = self.folder / "www"
         self.root.mkdir()
         self.port = free_port()
+        self.scheme = "https" if "ssl" in listen.split() else "http"
         (self.folder / "nginx.conf").write_text(f"""
 daemon off; pid {self.folder}/pid; error_log {self.folder}/error.log; worker_processes 1; user root;
 events {{ worker_connections 64; }}
@@ -124,4 +132,4 @@ http {{
 
     def put(self, name, data):
         (self.root / name).write_bytes(data)
-        return f"http://127.0.0.1:{self.port}/{name}"
+        return f"{self.scheme}://127.0.0.1:{self.port}/{name}"
