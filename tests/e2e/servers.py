@@ -8,7 +8,8 @@ import tempfile
 import threading
 import time
 
-PAUSE = 0.02  # seconds between two pieces that must not arrive as one
+PAUSE = 0.02  # seconds between two looks at an event
+TAKEN_LIMIT = 5  # seconds that a client gets to read a piece
 
 
 def header(length, status="200 OK", extra=()):
@@ -21,11 +22,12 @@ class Reset:
 
 
 class ScriptedServer:
-    """Answers each connection with the same script: pieces of bytes, numbers (seconds to wait), events to wait for and
-    Reset. With an ssl.SSLContext in `tls` it speaks HTTPS; a script's end is then a cut, without TLS's own farewell."""
+    """Answers each connection with the same script: pieces of bytes, each read by itself, numbers (seconds to wait),
+    events to wait for and Reset. With an ssl.SSLContext in `tls` it speaks HTTPS; a script's end is then a cut, without
+    TLS's own farewell."""
 
-    def __init__(self, script, pause=PAUSE, tls=None):
-        self.script, self.pause, self.tls = script, pause, tls
+    def __init__(self, script, tls=None):
+        self.script, self.tls = script, tls
         self.requests = []
         self.socket = socket.create_server(("127.0.0.1", 0))
         self.port = self.socket.getsockname()[1]
@@ -68,7 +70,7 @@ class ScriptedServer:
                 return
             request += piece
         self.requests.append(request)
-        for n, step in enumerate(self.script):
+        for step in self.script:
             if isinstance(step, (int, float)):
                 self.stopped.wait(step)
             elif isinstance(step, threading.Event):
@@ -78,9 +80,29 @@ class ScriptedServer:
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
                 return
             else:
-                if n and self.pause:
-                    time.sleep(self.pause)
                 connection.sendall(step)
+                wait_until_read(connection)
+
+
+def wait_until_read(connection):
+    """Waits until the client has read all that was sent, so that it cannot arrive as one with what follows."""
+    ends = connection.getsockname()[1], connection.getpeername()[1]
+    deadline = time.monotonic() + TAKEN_LIMIT
+    while _unread(*ends) and time.monotonic() < deadline:
+        time.sleep(0.0005)
+
+
+def _unread(server_port, client_port):
+    """Bytes that stand in the kernel between the two ends of a connection over loopback."""
+    total = 0
+    for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:]:
+        local, remote, _, queues = line.split()[1:5]
+        ports = int(local[-4:], 16), int(remote[-4:], 16)
+        if ports == (server_port, client_port):
+            total += int(queues[:8], 16)
+        elif ports == (client_port, server_port):
+            total += int(queues[9:], 16)
+    return total
 
 
 def serve(package, **kwargs):
