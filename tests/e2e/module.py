@@ -37,6 +37,7 @@ class Module:
 
     block = 128 * KIB
     page = 2 * KIB
+    program = "tarvolin-sim"
 
     def __init__(self, partitions=None, bad=None, faults="", revid="31405-old"):
         self.partitions = dict(partitions or SMALL)
@@ -115,18 +116,33 @@ class Module:
     def history(self):
         return [line.replace("TARV_STATUS_", "") for line in (self.text("status_str") or "").split()]
 
-    def run(self, url, *options, program="tarvolin-sim", timeout=120):
+    def _check_violation(self):
+        if (self.flash / "violation").exists():
+            raise AssertionError("flash misused: " + (self.flash / "violation").read_text())
+
+    def command(self, program):
+        """How a program of ours is started on this module."""
+        return [str(WRAPPER), str(self.folder), str(BIN_DIR / program)]
+
+    def environment(self):
+        return None
+
+    def run(self, url, *options, program=None, timeout=120):
         """A whole run in the foreground."""
-        command = [str(WRAPPER), str(self.folder), str(BIN_DIR / program), "--debug", "--url", url, *options]
+        command = [*self.command(program or self.program), "--debug", "--url", url, *options]
         with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace",
-                              stdin=subprocess.DEVNULL, start_new_session=True) as process:
+                              stdin=subprocess.DEVNULL, start_new_session=True, env=self.environment()) as process:
             try:
                 output, errors = process.communicate(timeout=timeout)
             except subprocess.TimeoutExpired:
                 os.killpg(process.pid, signal.SIGKILL)
                 raise
-        if (self.flash / "violation").exists():
-            raise AssertionError("flash misused: " + (self.flash / "violation").read_text())
+        self._check_violation()
         if "Sanitizer" in errors or "runtime error" in errors:
             raise AssertionError(errors)
         return Run(process.returncode, output, errors)
+
+
+SimModule = Module
+if os.environ.get("TARV_FLASH") == "mtd":  # in a test machine: the kernel's own flash
+    from mtd_module import MtdModule as Module  # noqa: E402,F811
