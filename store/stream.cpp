@@ -218,7 +218,10 @@ int vexo_tarv_mtd_read(void* data, uint32_t length, uint32_t* offset) {
   const uint32_t first = store_saved(i) - *offset;
   if (read_counted(out, first, offset) != 0) return -1;
   read_on(i, offset);
-  if (first == length) return 0;
+  const uint32_t rest = length - first;
+  if (rest == 0) return 0;
   if (ginfo->read_ctx == nullptr) return -1;
-  return read_counted(out + first, length - first, offset);
+  // The next partition may have had little room, or none: what it lacks is in the one behind it.
+  if (rest > store_saved(i + 1)) return vexo_tarv_mtd_read(out + first, rest, offset);
+  return read_counted(out + first, rest, offset);
 }
