@@ -99,13 +99,22 @@ int send_request(int fd, const char* request) {
   return 0;
 }
 
+// Bytes to ask for: while the response header is gathered, not more than its buffer still takes, since a
+// header may arrive in pieces with a full block of body behind it. At least one, so that a header that is too
+// long is found out.
+size_t next_read_size() {
+  if (ginfo->download_status != TARV_DOWNLOAD_IDLE) return kReceiveBlock;
+  const auto room = static_cast<size_t>(kHttpHeadCapacity - ginfo->http_head_buf_len);
+  return std::clamp<size_t>(room, 1, kReceiveBlock);
+}
+
 // Feeds the response intake until the connection ends, in whatever way: the bytes saved tell whether that was
 // too early. Returns 0, or -1 when a block was refused, logged.
 int receive_response(int fd) {
   TARV_LOG(kOp, "The following is the response:\n");
   char block[kReceiveBlock];
   for (;;) {
-    const ssize_t n = read(fd, block, sizeof block);
+    const ssize_t n = read(fd, block, next_read_size());
     if (n <= 0) return 0;
     if (vexo_tarv_download_handler(block, static_cast<int>(n)) < 0) {
       TARV_LOG(kOp, "vexo_tarv_download_handler error\n");

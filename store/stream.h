@@ -41,7 +41,7 @@ void vexo_tarv_init_head_flash(const store_head_record& record);
 // and becomes null at the end of the store. Returns 0 when all were stored, else -1.
 [[nodiscard]] int vexo_tarv_mtd_append(const void* data, int32_t length);
 
-// Reads the next `length` bytes (at most one partition's worth) of the stream through ginfo->read_ctx.
+// Reads the next `length` bytes of the stream through ginfo->read_ctx.
 // `offset` is the caller's count of bytes read from the current partition, kept up to date here. Returns 0
 // when all were read, else -1.
 [[nodiscard]] int vexo_tarv_mtd_read(void* data, uint32_t length, uint32_t* offset);
