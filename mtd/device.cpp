@@ -10,6 +10,11 @@
 #include "main/run/retry.h"
 #include "main/run/unique_fd.h"
 
+// What the kernel reads and writes through its requests, on 32-bit and 64-bit hosts alike.
+static_assert(sizeof(off_t) == 8 && sizeof(loff_t) == 8, "positions beyond 2 GiB");
+static_assert(sizeof(erase_info_user) == 8 && sizeof(mtd_ecc_stats) == 16 && sizeof(mtd_info_user) == 32,
+              "request layouts of <mtd/mtd-user.h>");
+
 ssize_t mtd_device_list(char* text, size_t capacity) {
   const unique_fd fd(open("/proc/mtd", O_RDONLY | O_CLOEXEC));
   if (!fd.valid()) return -1;

@@ -22,6 +22,15 @@ bool parse_line(const char* line, mtd_partition& entry) {
          4;
 }
 
+// Empties every slot. The geometry stays: a context that is open on a slot goes on working when the load then
+// fails.
+void reset_table() {
+  for (mtd_partition& slot : table) {
+    slot.index = -1;
+    slot.name[0] = '\0';
+  }
+}
+
 // Stores what the line describes, if it has a slot. Returns the number of partitions added, or -1.
 int load_line(const char* line) {
   mtd_partition entry;
@@ -59,7 +68,7 @@ std::unique_ptr<Ctx> open_context(const mtd_partition& partition, mtd_access acc
 }  // namespace
 
 int mtd_load_partitions() {
-  table.fill(mtd_partition{});
+  reset_table();
   char text[kListCapacity];
   const ssize_t length = mtd_device_list(text, sizeof text - 1);
   if (length < 0) return -1;
