@@ -1,6 +1,6 @@
-// Makes single calls at the seam to flash and prints what they answer, so that the simulator can be held against the kernel.
-// Reads one call a line: open INDEX ro|rw, info, bad OFFSET, erase START LENGTH, seek OFFSET set|cur|end, read LENGTH,
-// write LENGTH BYTE, ecc, close.
+// Makes single calls at the seam to flash and prints what they answer, so that the simulator can be held
+// against the kernel. Reads one call a line: open INDEX ro|rw, info, bad OFFSET, erase START LENGTH, seek
+// OFFSET set|cur|end, read LENGTH, write LENGTH BYTE, ecc, close.
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,7 +39,7 @@ std::string ecc_change() {
   return change;
 }
 
-long open_device(std::istringstream& words) {
+int open_device(std::istringstream& words) {
   int index = 0;
   std::string access;
   words >> index >> access;
@@ -49,15 +49,18 @@ long open_device(std::istringstream& words) {
   return 0;
 }
 
-long seek(std::istringstream& words) {
+long long seek(std::istringstream& words) {
   long long offset = 0;
   std::string from;
   words >> offset >> from;
-  return mtd_device_seek(fd, static_cast<off_t>(offset), from == "cur" ? SEEK_CUR : from == "end" ? SEEK_END : SEEK_SET);
+  return mtd_device_seek(fd, static_cast<off_t>(offset),
+                         from == "cur"   ? SEEK_CUR
+                         : from == "end" ? SEEK_END
+                                         : SEEK_SET);
 }
 
 // Makes the call in `words`; `extra` gets what it delivered besides its result.
-long make_call(const std::string& name, std::istringstream& words, std::string& extra) {
+long long make_call(const std::string& name, std::istringstream& words, std::string& extra) {
   if (name == "open") return open_device(words);
   if (name == "close") return mtd_device_close(fd);
   if (name == "seek") return seek(words);
@@ -75,7 +78,8 @@ long make_call(const std::string& name, std::istringstream& words, std::string& 
   long long first = 0, second = 0;
   words >> first >> second;
   if (name == "bad") return mtd_device_is_bad(fd, first);
-  if (name == "erase") return mtd_device_erase(fd, static_cast<uint32_t>(first), static_cast<uint32_t>(second));
+  if (name == "erase")
+    return mtd_device_erase(fd, static_cast<uint32_t>(first), static_cast<uint32_t>(second));
   std::vector<uint8_t> bytes(static_cast<size_t>(first), static_cast<uint8_t>(second));
   if (name == "write") return mtd_device_write(fd, bytes.data(), bytes.size());
   const ssize_t count = mtd_device_read(fd, bytes.data(), bytes.size());
@@ -93,9 +97,9 @@ int main() {
     std::string name, extra;
     words >> name;
     errno = 0;
-    const long result = make_call(name, words, extra);
+    const long long result = make_call(name, words, extra);
     const char* const error = result < 0 ? strerrorname_np(errno) : "";
-    printf("%s -> %ld %s %s\n", line.c_str(), result, error, extra.c_str());
+    printf("%s -> %lld %s %s\n", line.c_str(), result, error, extra.c_str());
   }
   return 0;
 }

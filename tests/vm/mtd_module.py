@@ -72,13 +72,18 @@ class MtdModule(SimModule):
         copy.write_text("\n".join([lines[0], *renamed]) + "\n")
         subprocess.run(["mount", "--bind", str(copy), "/proc/mtd"], check=True)
 
+    @classmethod
+    def stale(cls, name):
+        """A page of what stood on a partition before the first run."""
+        return (name.encode() + b" stale ").ljust(64, b"#") * (cls.page // 64)
+
     def device(self, name):
         return f"/dev/mtd{list(self.partitions).index(name)}"
 
     def initial(self, name):
         """Stale data in the first page of every good block; bad blocks are shown as erased."""
         if name not in self._initial:
-            stale = (name.encode() + b" stale ").ljust(64, b"#") * (self.page // 64)
+            stale = self.stale(name)
             good = set(self.good_blocks(name))
             blocks = self.partitions[name] // self.block
             self._initial[name] = b"".join(
@@ -97,7 +102,7 @@ class MtdModule(SimModule):
         os.close(fd)
 
     def dump(self, name):
-        command = ["nanddump", "--quiet", "--bb=padbad", "-f", "-", self.device(name)]
+        command = ["nanddump", "--quiet", "--bb=padbad", self.device(name)]
         return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True).stdout
 
     def add_command(self, name, script, where="bin"):
