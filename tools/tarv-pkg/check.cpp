@@ -1,0 +1,87 @@
+#include "tools/tarv-pkg/check.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "package/crc32.h"
+#include "package/head_rules.h"
+#include "tools/tarv-pkg/head_faults.h"
+#include "tools/tarv-pkg/package_file.h"
+#include "tools/tarv-pkg/printable.h"
+#include "tools/tarv-pkg/refusal.h"
+
+namespace {
+
+// Numbers that are bit patterns, as `show` and the updater's log print them.
+std::string in_hex(uint32_t value) {
+  char text[16];
+  snprintf(text, sizeof text, "0x%08" PRIx32, value);
+  return text;
+}
+
+void check_magic(const package_head& head) {
+  if (head.magic == TARV_PACKAGE_MAGIC) return;
+  throw refusal("the file is no package: its magic is " + in_hex(head.magic) + ", not " +
+                in_hex(TARV_PACKAGE_MAGIC));
+}
+
+// A wrong length is looked for with the sum that does not wrap: the updater would wait for the rest in vain.
+void check_length(const package_head& head, uint64_t file_length) {
+  const uint64_t described = described_length(head);
+  if (file_length != described) {
+    throw refusal("the file has " + std::to_string(file_length) + " bytes, its head describes " +
+                  std::to_string(described) + "; it is damaged or not complete");
+  }
+  check_total_length(file_length);
+}
+
+void check_head_size(const package_head& head) {
+  if (head.meta_hdr_sz == kPackageHeadSize) return;
+  throw refusal("the head gives its own size as " + std::to_string(head.meta_hdr_sz) + " bytes, not " +
+                std::to_string(kPackageHeadSize));
+}
+
+void check_head_crc(const package_head& head) {
+  const uint32_t computed = package_head_crc(head);
+  if (computed == head.header_crc32) return;
+  throw refusal("the head is damaged: header_crc32 is " + in_hex(head.header_crc32) + ", its bytes give " +
+                in_hex(computed));
+}
+
+// Reads on behind the head.
+void check_data(const package_head& head, input_file& file) {
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    const package_entry& entry = head.images[i];
+    const uint32_t computed = pass_data(file, entry.size, [](const void*, size_t) {});
+    if (computed == entry.crc) continue;
+    throw refusal("image " + std::to_string(i) + ", " + in_quotes(field_text(entry.name)) +
+                  ": the data are damaged: crc is " + in_hex(entry.crc) + ", the data give " +
+                  in_hex(computed));
+  }
+}
+
+// In the order of the updater's head check.
+void check_all(const package_head& head, input_file& file) {
+  check_magic(head);
+  check_image_count(head.image_num);
+  check_length(head, file.size());
+  check_head_size(head);
+  check_head_crc(head);
+  check_entries(head);
+  check_data(head, file);
+}
+
+}  // namespace
+
+void check_package(const std::string& path) {
+  crc32_init_table();
+  input_file file(path);
+  const package_head head = read_head(file);
+  try {
+    check_all(head, file);
+  } catch (const refusal& fault) {
+    throw refusal(in_quotes(path) + ": " + fault.what());
+  }
+  printf("OK: version %s, images %u, bytes %" PRIu64 "\n", printable(field_text(head.img_version)).c_str(),
+         head.image_num, file.size());
+}

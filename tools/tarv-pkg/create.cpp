@@ -1,0 +1,118 @@
+#include "tools/tarv-pkg/create.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <deque>
+
+#include "package/crc32.h"
+#include "package/format.h"
+#include "package/head_rules.h"
+#include "tools/tarv-pkg/head_faults.h"
+#include "tools/tarv-pkg/input_file.h"
+#include "tools/tarv-pkg/output_file.h"
+#include "tools/tarv-pkg/printable.h"
+#include "tools/tarv-pkg/refusal.h"
+
+namespace {
+
+constexpr char kUnusedEntryName[] = "system";
+
+// Puts a text into its field of the head; `what` and `advice` are for the case that it does not fit.
+template <size_t N>
+void put_text(char (&field)[N], const std::string& text, const std::string& what, const std::string& advice) {
+  if (holds_control_character(text)) throw refusal(what + " holds a control character; " + advice);
+  if (text.size() >= N) {
+    throw refusal(what + " is " + std::to_string(text.size()) + " bytes long, the head has room for " +
+                  std::to_string(N - 1) + "; " + advice);
+  }
+  memcpy(field, text.data(), text.size());
+}
+
+void put_entry(package_entry& entry, const image_order& image) {
+  check_partition_name(image.partition);
+  put_text(entry.name, image.partition, "partition " + in_quotes(image.partition), "shorten it");
+  put_text(entry.file_name, image.saved_name,
+           "the saved name " + in_quotes(image.saved_name) + " of partition " + in_quotes(image.partition),
+           "choose another one with --save-as " + image.partition + "=NAME");
+}
+
+// The head but for sizes and CRCs.
+package_head plan_head(const package_order& order) {
+  check_image_count(order.images.size());
+  if (order.version.empty()) throw refusal("the version text is empty; begin it with the project id");
+  package_head head = {};
+  head.magic = TARV_PACKAGE_MAGIC;
+  head.major_version = order.major_version;
+  head.minor_version = order.minor_version;
+  put_text(head.img_version, order.version, "the version text", "shorten or correct it");
+  head.meta_hdr_sz = kPackageHeadSize;
+  head.image_num = static_cast<uint16_t>(order.images.size());
+  for (uint32_t i = 0; i < head.image_num; ++i) put_entry(head.images[i], order.images[i]);
+  // The updater looks at the group of entry 0 in every package and refuses one without images whose unused
+  // entry names no partition that it knows.
+  if (head.image_num == 0) memcpy(head.images[0].name, kUnusedEntryName, sizeof kUnusedEntryName);
+  return head;
+}
+
+// Opens the image files and fills in their sizes. All stay open, so that what was judged is what is packed.
+std::deque<input_file> open_images(const package_order& order, package_head& head) {
+  std::deque<input_file> files;
+  uint64_t length = kPackageHeadSize;
+  for (const image_order& image : order.images) length += files.emplace_back(image.path).size();
+  check_total_length(length);
+  for (uint32_t i = 0; i < head.image_num; ++i) head.images[i].size = static_cast<uint32_t>(files[i].size());
+  return files;
+}
+
+// Keeps a slip of the pen from replacing an image, a device or a link by a package.
+void check_output(const std::string& path, const std::deque<input_file>& files) {
+  if (path.empty()) throw refusal("the name of the output is empty; give one");
+  struct stat found = {};
+  if (lstat(path.c_str(), &found) != 0) return;
+  if (!S_ISREG(found.st_mode)) throw refusal(in_quotes(path) + " is no regular file; choose another output");
+  for (const input_file& file : files) {
+    if (file.is(found)) throw refusal(in_quotes(path) + " is one of the image files; choose another output");
+  }
+}
+
+// What the updater takes, but hardly anybody means.
+void warn_of_doubts(const package_head& head) {
+  if (head.image_num == 0) fprintf(stderr, "tarv-pkg: warning: the package has no images\n");
+  if (vexo_tarv_get_project_type(head.img_version) < 0) {
+    fprintf(stderr,
+            "tarv-pkg: warning: version \"%s\" begins with no known project id; only modules whose own id is "
+            "unknown too will take the package\n",
+            printable(head.img_version).c_str());
+  }
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    if (head.images[i].size != 0) continue;
+    fprintf(stderr, "tarv-pkg: warning: the image for partition \"%s\" is empty\n", head.images[i].name);
+  }
+}
+
+void write_package(package_head& head, std::deque<input_file>& files, output_file& out) {
+  out.write(&head, sizeof head);  // holds the place until the CRCs are known
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    const auto append = [&](const void* data, size_t length) { out.write(data, length); };
+    head.images[i].crc = pass_data(files[i], head.images[i].size, append);
+    files[i].expect_end();
+  }
+  head.header_crc32 = package_head_crc(head);
+  out.rewrite_start(&head, sizeof head);
+}
+
+}  // namespace
+
+void create_package(const package_order& order) {
+  package_head head = plan_head(order);
+  std::deque<input_file> files = open_images(order, head);
+  check_entries(head);
+  check_no_partition_twice(head);
+  check_output(order.output, files);
+  warn_of_doubts(head);
+  output_file out(order.output);
+  crc32_init_table();
+  write_package(head, files, out);
+  out.commit();
+}

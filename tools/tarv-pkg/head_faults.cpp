@@ -1,0 +1,123 @@
+#include "tools/tarv-pkg/head_faults.h"
+
+#include <string>
+
+#include "main/run/result_files.h"
+#include "package/head_rules.h"
+#include "store/head_record.h"
+#include "store/partition_groups.h"
+#include "tools/tarv-pkg/partition_names.h"
+#include "tools/tarv-pkg/refusal.h"
+
+namespace {
+
+// How a sentence about entry `i` begins.
+std::string entry_of(const package_head& head, uint32_t i) {
+  return "image " + std::to_string(i) + ", " + in_quotes(field_text(head.images[i].name)) + ": ";
+}
+
+int group_of(const package_head& head, uint32_t i) {
+  return vexo_tarv_get_pt_type(field_text(head.images[i].name));
+}
+
+// Why the updater does not take the file name of entry `i`. It has been refused already: this finds the
+// words.
+std::string file_name_reason(const package_head& head, uint32_t i) {
+  const std::string_view name = field_text(head.images[i].file_name);
+  if (name.empty()) return "is empty";
+  if (name.size() == sizeof head.images[i].file_name) return "has no NUL inside its field";
+  if (name[0] == '.') return "begins with \".\"";
+  if (name.find('/') != std::string_view::npos) return "holds a \"/\"";
+  if (tarv_is_run_file(name)) return "is that of a file which the updater itself writes";
+  return "is used by an earlier image";
+}
+
+void check_entry(const package_head& head, uint32_t i) {
+  switch (examine_entry(head, i)) {
+    case entry_fault::unsupported_partition:
+      check_partition_name(field_text(head.images[i].name));
+      break;
+    case entry_fault::misplaced_recovery:
+      throw refusal(entry_of(head, i) + "a recovery-group image follows an image of another group; " +
+                    "put these into a package of their own: " + names_in_group(kRecoveryGroup));
+    case entry_fault::file_name:
+      throw refusal(entry_of(head, i) + "the saved name " + in_quotes(field_text(head.images[i].file_name)) +
+                    " " + file_name_reason(head, i) + "; choose another one with --save-as");
+    case entry_fault::none:
+      break;
+  }
+}
+
+void check_store_images(const package_head& head) {
+  uint32_t count = 0;
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    if (group_of(head, i) == kStoreGroup) ++count;
+  }
+  if (count <= kStoreImagesMax) return;
+  throw refusal("the package holds " + std::to_string(count) + " store-group images, the updater takes " +
+                std::to_string(kStoreImagesMax) + "; split the package");
+}
+
+// The updater looks at the group of entry 0 even when the package has no image that uses the entry.
+void check_first_entry(const package_head& head) {
+  if (group_of(head, 0) != kNoGroup) return;
+  throw refusal("the package has no images and its unused entry 0 names " +
+                in_quotes(field_text(head.images[0].name)) + ", which is in no group the updater knows; " +
+                "put a name such as \"system\" there");
+}
+
+void check_recovery_package(const package_head& head) {
+  if (group_of(head, 0) != kRecoveryGroup) return;
+  for (uint32_t i = 1; i < head.image_num; ++i) {
+    if (group_of(head, i) == kRecoveryGroup) continue;
+    throw refusal(entry_of(head, i) + "a package that begins with a recovery-group image takes no others; " +
+                  "put these into a package of their own: " + names_in_group(kRecoveryGroup));
+  }
+}
+
+void check_repetitions(const package_head& head, bool in_store_too) {
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    if (group_of(head, i) == kStoreGroup && !in_store_too) continue;
+    for (uint32_t k = 0; k < i; ++k) {
+      if (field_text(head.images[i].name) != field_text(head.images[k].name)) continue;
+      throw refusal(entry_of(head, i) +
+                    "the partition is named twice, and this image would overwrite image " +
+                    std::to_string(k) + "; leave one of them out");
+    }
+  }
+}
+
+}  // namespace
+
+void check_image_count(uint64_t image_num) {
+  if (image_num <= kMaxImages) return;
+  throw refusal("the package has " + std::to_string(image_num) + " images, its table has room for " +
+                std::to_string(kMaxImages) + "; split the package");
+}
+
+void check_total_length(uint64_t length) {
+  if (length <= kMaxPackageLength) return;
+  throw refusal("the package is " + std::to_string(length) + " bytes long, the updater takes " +
+                std::to_string(kMaxPackageLength) + "; split the package");
+}
+
+void check_partition_name(std::string_view name) {
+  if (vexo_tarv_get_pt_type(name) != kNoGroup) return;
+  throw refusal("partition " + in_quotes(name) +
+                " is in no group the updater knows; use one of: " + names_in_group(kStoreGroup) + " " +
+                names_in_group(kFileGroup) + " " + names_in_group(kRecoveryGroup));
+}
+
+void check_entries(const package_head& head) {
+  for (uint32_t i = 0; i < head.image_num; ++i) check_entry(head, i);
+  check_store_images(head);
+  check_first_entry(head);
+  check_recovery_package(head);
+  // The updater writes the second image over the first and then does not find the first. In the store it only
+  // keeps both.
+  check_repetitions(head, false);
+}
+
+void check_no_partition_twice(const package_head& head) {
+  check_repetitions(head, true);
+}

@@ -1,0 +1,46 @@
+// A regular file that is read once, from its start to its end.
+#ifndef TARVOLIN_TOOLS_TARV_PKG_INPUT_FILE_H
+#define TARVOLIN_TOOLS_TARV_PKG_INPUT_FILE_H
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "main/run/unique_fd.h"
+#include "tools/tarv-pkg/refusal.h"
+
+// Every member throws a refusal, naming the file, when it cannot do what it promises.
+class input_file {
+ public:
+  // Opens `path`; anything but a regular file is refused, and a named pipe does not block.
+  explicit input_file(const std::string& path);
+
+  const std::string& path() const { return path_; }
+  // Bytes in the file when it was opened.
+  uint64_t size() const { return static_cast<uint64_t>(opened_as_.st_size); }
+  // True when `other` describes this very file.
+  bool is(const struct stat& other) const;
+
+  // Reads exactly `length` bytes: a file that ends before them has changed since it was opened. Refuses to go
+  // on after a signal has asked the tool to end.
+  void read(void* data, size_t length);
+  // Makes sure that nothing follows the bytes read.
+  void expect_end();
+
+ private:
+  size_t read_some(void* data, size_t length);
+  [[nodiscard]] refusal changed(const char* how) const;
+
+  std::string path_;
+  unique_fd fd_;
+  struct stat opened_as_ = {};
+};
+
+// Passes the next `length` bytes of `file` to `take`, piece by piece, and returns their package CRC.
+[[nodiscard]] uint32_t pass_data(input_file& file, uint64_t length,
+                                 const std::function<void(const void* data, size_t length)>& take);
+
+#endif

@@ -1,0 +1,63 @@
+#include "tools/tarv-pkg/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "main/run/retry.h"
+#include "tools/tarv-pkg/refusal.h"
+
+namespace {
+
+// The mode that open(2) would give a new file; mkostemp gives one that only the owner can read.
+mode_t new_file_mode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+}  // namespace
+
+// In the same folder, since a name cannot be moved between file systems.
+output_file::output_file(const std::string& path)
+    : path_(path), temporary_(std::filesystem::path(path).replace_filename(".tarv-pkg.XXXXXX").string()) {
+  fd_ = mkostemp(temporary_.data(), O_CLOEXEC);
+  if (fd_ < 0) throw system_refusal("cannot make a file beside " + in_quotes(path));
+}
+
+output_file::~output_file() {
+  if (fd_ >= 0) close(fd_);
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
+void output_file::write(const void* data, size_t length) {
+  const auto* bytes = static_cast<const char*>(data);
+  while (length > 0) {
+    const ssize_t n = retry_interrupted([&] { return ::write(fd_, bytes, length); });
+    if (n < 0) throw system_refusal("cannot write " + in_quotes(path_));
+    if (n == 0) throw refusal("cannot write " + in_quotes(path_) + ": no byte was taken");
+    bytes += n;
+    length -= static_cast<size_t>(n);
+  }
+}
+
+void output_file::rewrite_start(const void* data, size_t length) {
+  if (lseek(fd_, 0, SEEK_SET) != 0) throw system_refusal("cannot write " + in_quotes(path_));
+  write(data, length);
+}
+
+void output_file::commit() {
+  // On disk before it has the name: a crash must not leave the name on half a file.
+  bool done = fchmod(fd_, new_file_mode()) == 0 && fsync(fd_) == 0;
+  if (!done) throw system_refusal("cannot write " + in_quotes(path_));
+  const int fd = fd_;
+  fd_ = -1;  // closed, whatever close says
+  if (close(fd) != 0) throw system_refusal("cannot write " + in_quotes(path_));
+  done = rename(temporary_.c_str(), path_.c_str()) == 0;
+  if (!done) throw system_refusal("cannot give a file the name " + in_quotes(path_));
+  temporary_.clear();
+}

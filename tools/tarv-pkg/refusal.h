@@ -1,0 +1,27 @@
+// How a job of the tool ends when it is not done: with one sentence for the user and exit status 1.
+#ifndef TARVOLIN_TOOLS_TARV_PKG_REFUSAL_H
+#define TARVOLIN_TOOLS_TARV_PKG_REFUSAL_H
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+// Thrown where the fault is found; what() names the object, the numbers and, where there is one, the way out.
+// It may quote hostile text: whoever prints it escapes it.
+struct refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The refusal for a system call that has just failed: `what` and the system's own words.
+inline refusal system_refusal(const std::string& what) {
+  return refusal(what + ": " + strerror(errno));
+}
+
+// A name or text of the user or of a package, as sentences quote it.
+inline std::string in_quotes(std::string_view text) {
+  return '"' + std::string(text) + '"';
+}
+
+#endif
