@@ -14,6 +14,26 @@ constexpr int kFileGroup = 2;      // saved as a file, installed from there
 constexpr int kRecoveryGroup = 3;  // written straight into its partition
 constexpr int kNoGroup = -1;       // not supported
 
+struct partition_group_entry {
+  int type;
+  std::string_view name;
+};
+
+// Every partition name that a package may carry, with its group.
+inline constexpr partition_group_entry partition_groups[] = {
+    {kStoreGroup, "system"},      {kStoreGroup, "modem"},
+    {kStoreGroup, "systemdata"},  {kFileGroup, "sbl"},
+    {kFileGroup, "tz"},           {kFileGroup, "tz_devcfg"},
+    {kFileGroup, "xbl_config"},   {kFileGroup, "xbl_ramdump"},
+    {kFileGroup, "multi_image"},  {kFileGroup, "multi_image_qti"},
+    {kFileGroup, "aop"},          {kFileGroup, "qhee"},
+    {kFileGroup, "abl"},          {kFileGroup, "uefi"},
+    {kFileGroup, "boot"},         {kFileGroup, "oeminfo"},
+    {kFileGroup, "sec"},          {kFileGroup, "ipa_fw"},
+    {kFileGroup, "apdp"},         {kFileGroup, "efs2bak"},
+    {kRecoveryGroup, "recovery"}, {kRecoveryGroup, "recoveryfs"},
+};
+
 // The partitions of the store, in the order in which the stream fills them. The first also holds the head
 // record.
 constexpr std::array<const char*, kStorePartitions> store_list = {"userdata", "recoveryfs", "recovery",
