@@ -25,6 +25,18 @@ SMALL = {
 }
 
 
+def _memory_folder():
+    """A folder in memory, if there is room for large modules: a run rewrites its files with every block it receives, for
+    which disks have it wait. None stands for the usual place."""
+    shared = pathlib.Path("/dev/shm")
+    return shared if shared.is_dir() and shutil.disk_usage(shared).free > 1024 * MIB else None
+
+
+def without(*names):
+    """The partitions of a module that lacks some."""
+    return {name: size for name, size in SMALL.items() if name not in names}
+
+
 @dataclass
 class Run:
     status: int
@@ -42,7 +54,7 @@ class Module:
     def __init__(self, partitions=None, bad=None, faults="", revid="31405-old"):
         self.partitions = dict(partitions or SMALL)
         self.bad = {name: set(blocks) for name, blocks in (bad or {}).items()}
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tarv-module-"))
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tarv-module-", dir=_memory_folder()))
         self.flash = self.folder / "flash"
         self.run_dir = self.folder / "tmp" / "tarvolin"
         for name in ("flash", "tmp", "run", "data", "bin"):
@@ -100,6 +112,11 @@ class Module:
         path.parent.mkdir(exist_ok=True)
         path.write_text("#!/bin/sh\n" + script + "\n")
         path.chmod(0o755)
+
+    def recorded_calls(self):
+        """What commands of the module have written to /tmp/calls, or None."""
+        path = self.folder / "tmp" / "calls"
+        return path.read_text() if path.exists() else None
 
     def text(self, name):
         """A file of the run directory, or None."""

@@ -1,4 +1,5 @@
-"""Firmware packages made byte by byte, independently of the program's own code, and what a module's flash must hold after one."""
+"""Firmware packages made byte by byte, independently of the program's own code, and what updates with them leave."""
+import itertools
 import os
 import struct
 import zlib
@@ -35,11 +36,13 @@ class Image:
     size: int = None  # as the table announces it
     crc: int = None
 
+    def saved_name(self):
+        return self.file_name if self.file_name is not None else self.name + ".img"
+
     def entry(self):
-        file_name = self.file_name if self.file_name is not None else self.name + ".img"
         size = len(self.data) if self.size is None else self.size
         crc = jamcrc(self.data) if self.crc is None else self.crc
-        return struct.pack("<32s68sII", _bytes(self.name), _bytes(file_name), size, crc)
+        return struct.pack("<32s68sII", _bytes(self.name), _bytes(self.saved_name()), size, crc)
 
 
 @dataclass
@@ -61,13 +64,23 @@ class Package:
     def bytes(self):
         return self.head() + b"".join(i.data for i in self.images)
 
+    def first_name(self):
+        """The partition that the first entry names, which counts even where no image is announced."""
+        return self.head()[76:108].split(b"\0")[0].decode(errors="replace")
+
     def store_images(self):
         return [i for i in self.images if i.name in STORE_NAMES]
 
 
-def no_images():
+def images(*names_and_sizes):
+    """A package of images: name, size, name, size ..."""
+    names, sizes = names_and_sizes[::2], names_and_sizes[1::2]
+    return Package([Image(name, noise(size, seed)) for seed, (name, size) in enumerate(zip(names, sizes), 1)])
+
+
+def no_images(first="system"):
     """An empty package; its first entry still has to name a partition that updaters know."""
-    return Package(unused=b"system".ljust(108, b"\0"), image_num=0)
+    return Package(unused=_bytes(first).ljust(108, b"\0"), image_num=0)
 
 
 def _bytes(text):
@@ -76,6 +89,11 @@ def _bytes(text):
 
 def padded(size):
     return (size + 4095) & ~4095
+
+
+def store_names(module):
+    """The module's store partitions: the store ends before the first of the list that is missing."""
+    return list(itertools.takewhile(lambda name: name in module.partitions, STORE_LIST))
 
 
 def capacity(partition, module):
@@ -113,7 +131,7 @@ def store_split(package, module):
     """The store stream cut into the pieces that each store partition holds, as far as the stream gets."""
     stream = b"".join(i.data.ljust(padded(len(i.data)), b"\0") for i in package.store_images())
     pieces = []
-    for name in STORE_LIST:
+    for name in store_names(module):
         room = capacity(name, module)
         pieces.append(stream[:room])
         full, stream = len(stream) >= room, stream[room:]
@@ -123,7 +141,8 @@ def store_split(package, module):
 
 
 def expected_flash(package, module, rmrfnvbak=0, armed=True):
-    """Every byte of every partition after a successful update of flash without failing blocks."""
+    """Every byte of every partition after a successful update, or one that failed before it installed anything (`armed`
+    false), of flash without failing blocks."""
     flash = {name: module.initial(name) for name in module.partitions}
     if package.store_images():
         pieces = store_split(package, module)
@@ -136,9 +155,38 @@ def expected_flash(package, module, rmrfnvbak=0, armed=True):
         for name, piece in zip(STORE_LIST[1:], pieces[1:]):
             flash[name] = lay_blocks(module, name, piece)
     for image in package.images:
-        if image.name not in STORE_NAMES:
+        if image.name in RECOVERY_NAMES or (armed and image.name not in STORE_NAMES):
             flash[image.name] = lay_blocks(module, image.name, image.data)
     return flash
+
+
+def expected_files(package, http_header):
+    """The files of the run directory after a successful update. None stands for contents that vary."""
+    final = "RESTORE" if package.store_images() else "SUCCESS"
+    history = ["IDLE", "DOWNLOAD", "CHECK", "INSTALL", final, final]
+    length = str(len(package.bytes())).encode()
+    files = {"status": b"4" if final == "RESTORE" else b"5", "head": package.head(), "http_header": http_header,
+             "status_str": "".join(f"TARV_STATUS_{name}\n" for name in history).encode(),
+             "file_size": length, "download_size": length}
+    files.update(dict.fromkeys(("tarv_log", "download_time", "check_time", "install_time", "total_time")))
+    if package.first_name() in RECOVERY_NAMES:
+        files["pt_type"] = b"3"
+    elif final == "SUCCESS":
+        files["pt_type"] = b"2"
+    for image in package.images:
+        if image.name not in STORE_NAMES + RECOVERY_NAMES:
+            files[image.saved_name()] = image.data
+    return files
+
+
+def differences(module, package, http_header, **record):
+    """The partitions and files that are not as a successful update leaves them. `record` is for the head record."""
+    flash, files = expected_flash(package, module, **record), expected_files(package, http_header)
+    found = module.files()
+    found.update((name, None) for name, data in files.items() if data is None and name in found)
+    return ([f"partition {name}" for name in module.partitions if module.dump(name) != flash[name]] +
+            [f"file {name}" for name in sorted({*files, *found})
+             if name not in found or name not in files or found[name] != files[name]])
 
 
 def random_bytes(size):
