@@ -29,7 +29,7 @@ REFUSALS = (
     ("image num error: 33", table(image_num=33)),
     ("image num error: 65535", table(image_num=65535, head_size=0)),
     ("package len error: 3537/3536", no_images(), {"length": 3537}),
-    ("package len error: 3536/3537", table("boot", 1), {"length": 3536}),
+    ("package len error: 3536/3537", table("boot", 1), {"length": 3536, "revid": None}),
     ("package len error: 4294967295/3536", table("boot", ALL_ONES, "sbl", 1), {"length": -1}),
     ("Can not get revid.", table("boot", 1, version="31406"), {"revid": None}),
     ("Can not get revid.", table("boot", 1), {"revid": ""}),
