@@ -58,7 +58,7 @@ class ScriptedServer:
                 self._answer(channel)
 
     def _prepare(self, connection):
-        connection.settimeout(60)
+        connection.settimeout(120)
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         return self.tls.wrap_socket(connection, server_side=True) if self.tls else connection
 
