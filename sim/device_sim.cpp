@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <string>
 
@@ -32,6 +33,7 @@ struct simulation {
   nand_model nand;
   fault_plan faults;
   std::map<int, handle> handles;  // by descriptor
+  std::ofstream trace;            // a line for each operation, when the folder has a file of that name
 };
 
 simulation* current = nullptr;
@@ -53,6 +55,7 @@ void start(const std::string& folder) {
   current->folder = folder;
   current->nand.load(folder);
   current->faults.load(folder + "/faults");
+  current->trace.open(folder + "/trace", std::ios::in | std::ios::out);
 }
 
 simulation& sim() {
@@ -82,6 +85,8 @@ bool begin(flash_op op, const handle* on, int64_t offset, fault_effect& effect) 
   const std::string name = on != nullptr ? on->partition->name : "";
   const int64_t block = on != nullptr ? offset / sim().nand.erase_size() : -1;
   effect = sim().faults.next(op, name, block);
+  if (sim().trace.is_open())
+    sim().trace << kFlashOpNames[static_cast<size_t>(op)] << ' ' << name << ' ' << block << std::endl;
   switch (effect) {
     case fault_effect::interrupted:
       errno = EINTR;
