@@ -21,11 +21,13 @@ namespace {
 
 constexpr const char* kFlashOp = "vexo_tarv_check_flash";
 
-// Opens the store for reading behind its head block. Returns 0 or -1.
+// Opens the store for reading behind its head block. Returns 0, or -1, logged.
 int open_store() {
   ginfo->read_ctx = vexo_tarv_mtd_open_read(store_list[0]);
   if (ginfo->read_ctx == nullptr) return -1;
-  return mtd_seek_read_pos(*ginfo->read_ctx, ginfo->read_ctx->partition->erase_size);
+  if (mtd_seek_read_pos(*ginfo->read_ctx, ginfo->read_ctx->partition->erase_size) == 0) return 0;
+  TARV_LOG(kFlashOp, "mtd_seek_read_pos error\n");
+  return -1;
 }
 
 // Reads `size` bytes of the store; adds them to `crc` unless it is null. Returns 0, or -1, logged.
