@@ -1,12 +1,21 @@
-"""The simulator held against the kernel: single calls at the seam to flash, and whole updates, must come out the same."""
+"""The simulator held against the kernel: single calls at the seam to flash, and whole updates, must come out the same.
+
+Run first in a test machine, on the kernel's flash, where it leaves what came out in the file that TARV_OUTCOMES names; then
+outside on the simulator, which has to come to the same.
+"""
+import json
 import os
+import pathlib
 import re
+import shutil
 import subprocess
 import unittest
 
+from certificates import make_authority, make_certificate
 from module import BIN_DIR, KIB, Module, SimModule
-from packages import Image, Package, noise
-from servers import serve
+from mtd_module import MtdModule
+from packages import Image, Package, expected_flash, images, no_images, noise
+from servers import Nginx
 
 BLOCK, PAGE = 128 * KIB, 2 * KIB
 PARTITIONS = {"first": 4 * BLOCK, "probed": 8 * BLOCK}
@@ -86,69 +95,90 @@ read in probed {GRAVE_PAGE // 64} uncorrectable 1
 """
 
 
-def probe(command, environment=None):
-    return subprocess.run(command, input=CALLS + "\n", capture_output=True, text=True, check=True, env=environment,
-                          timeout=60).stdout.splitlines()
+OUTCOMES = pathlib.Path(os.environ["TARV_OUTCOMES"])
+ON_KERNEL = Module is not SimModule
 
 
-class SingleCalls(unittest.TestCase):
-    def test_simulator_answers_as_the_kernel(self):
-        bad = {"probed": {BAD}}
-        places = {"weakblocks": [("probed", WORN)], "weakpages": [("probed", WORN_PAGE)],
-                  "gravepages": [("probed", GRAVE_PAGE)]}
-        with Module(PARTITIONS, bad, nandsim=places):
-            kernel = probe([str(BIN_DIR / "device-probe")])
-        with SimModule(PARTITIONS, bad, SIM_FAULTS) as simulated:
-            with open(simulated.flash / "module.conf", "a", encoding="utf-8") as conf:
-                conf.write("rules kernel\n")
-            for name in PARTITIONS:
-                stale = bytearray(b"\xff" * simulated.partitions[name])
-                for block in simulated.good_blocks(name):
-                    stale[block * BLOCK : block * BLOCK + PAGE] = Module.stale(name)
-                (simulated.flash / simulated._file(name)).write_bytes(stale)
-            environment = {**os.environ, "TARVOLIN_SIM": str(simulated.flash)}
-            simulator = probe([str(BIN_DIR / "device-probe-sim")], environment)
-        self.assertEqual(len(kernel), len(CALLS.splitlines()))
-        for expected, found in zip(kernel, simulator):
-            self.assertEqual(expected, found)
+class ParityTest(unittest.TestCase):
+    maxDiff = None
+
+    def same(self, name, outcome):
+        """Keeps the kernel's outcome, or compares the simulator's with it."""
+        known = json.loads(OUTCOMES.read_text()) if OUTCOMES.exists() else {}
+        if ON_KERNEL:
+            OUTCOMES.write_text(json.dumps({**known, name: outcome}))
+        else:
+            self.assertEqual(known[name], json.loads(json.dumps(outcome)))
 
 
-def comparable(log):
-    """A run's log without what differs from run to run: times, process ids and ports."""
-    log = re.sub(r"^\[[0-9_]+\]", "[]", log, flags=re.M)
-    log = re.sub(r"pid: \d+|127\.0\.0\.1:\d+|consume \d+s|head, +\d+", "", log)
-    return log
-
-
-class WholeUpdates(unittest.TestCase):
-    def test_same_flash_and_log(self):
-        cases = {
-            "store over bad blocks": ({"userdata": {0, 5, 95}, "recoveryfs": {0, 3}, "recovery": {23}},
-                                      [Image("system", noise(2_900_000)), Image("boot", noise(300_000, 2))]),
-            "recovery": ({"recovery": {0}, "recoveryfs": {1}},
-                         [Image("recovery", noise(500_000)), Image("recoveryfs", noise(BLOCK, 3))]),
-            "too large": ({}, [Image("system", noise(8_000_000))]),
-            "wrong crc": ({}, [Image("modem", noise(70_000), crc=1)]),
-        }
-        for name, (bad, images) in cases.items():
-            with self.subTest(name), serve(Package(images).bytes()) as server:
-                outcomes = []
-                for kind in (Module, SimModule):
-                    with kind(bad=bad) as module:
-                        run = module.run(server.url())
-                        outcomes.append((run.status, module.history(), comparable(module.log()), module.text("fail_reason"),
-                                         self._good_bytes(module)))
-                self.assertEqual(outcomes[0][:4], outcomes[1][:4])
-                self.assertTrue(outcomes[0][4] == outcomes[1][4], "flash differs")
+class SingleCalls(ParityTest):
+    def test_calls(self):
+        with self.module() as module:
+            command = [str(BIN_DIR / ("device-probe" if ON_KERNEL else "device-probe-sim"))]
+            environment = {**os.environ, "TARVOLIN_SIM": str(module.flash) if not ON_KERNEL else ""}
+            answers = subprocess.run(command, input=CALLS + "\n", capture_output=True, text=True, check=True,
+                                     env=environment, timeout=60).stdout.splitlines()
+        self.assertEqual(len(answers), len(CALLS.splitlines()))
+        self.same("calls", answers)
 
     @staticmethod
-    def _good_bytes(module):
-        """What an update left: the good blocks of every partition that it changed."""
-        out = {}
-        for partition in module.partitions:
-            found, before = module.dump(partition), module.initial(partition)
-            for block in module.good_blocks(partition):
-                at = slice(block * BLOCK, (block + 1) * BLOCK)
-                if found[at] != before[at]:
-                    out[partition, block] = found[at]
-        return out
+    def module():
+        bad = {"probed": {BAD}}
+        if ON_KERNEL:
+            places = {"weakblocks": [("probed", WORN)], "weakpages": [("probed", WORN_PAGE)],
+                      "gravepages": [("probed", GRAVE_PAGE)]}
+            return Module(PARTITIONS, bad, nandsim=places)
+        module = SimModule(PARTITIONS, bad, SIM_FAULTS)
+        with open(module.flash / "module.conf", "a", encoding="utf-8") as conf:
+            conf.write("rules kernel\n")
+        for name in PARTITIONS:
+            erased = b"\xff" * BLOCK
+            blocks = [erased if block in bad.get(name, ()) else MtdModule.stale(name) + erased[PAGE:]
+                      for block in range(PARTITIONS[name] // BLOCK)]
+            (module.flash / f"mtd{list(PARTITIONS).index(name)}.bin").write_bytes(b"".join(blocks))
+        return module
+
+
+# Every kind of package: bad blocks, package, exit status.
+UPDATES = {
+    "store over bad blocks": ({"userdata": {0, 5, 95}, "recoveryfs": {0, 3}, "recovery": {0}},
+                              images("system", 2_900_000, "boot", 300_000, "modem", 1), 0),
+    "store filled exactly": ({"vexonv": {23}}, images("modem", 38 * BLOCK), 0),
+    "recovery": ({"recovery": {0}, "recoveryfs": {1}}, images("recovery", 500_000, "recoveryfs", BLOCK), 0),
+    "files": ({"boot": {0}}, images("sbl", 1, "efs2bak", 70_000, "boot", 0), 0),
+    "no images": ({}, no_images(), 0),
+    "too large": ({}, images("system", 8_000_000), 255),
+    "wrong crc": ({}, Package([Image("modem", noise(70_000), crc=1)]), 254),
+}
+
+
+class WholeUpdates(ParityTest):
+    """From the real nginx. Flash must be right after a success and untouched after a refusal, on both kinds."""
+
+    def run_one(self, nginx, name, scheme="http"):
+        bad, package, status = UPDATES[name]
+        url = nginx.put("package.img", package.bytes())
+        with self.subTest(name, scheme=scheme), Module(bad=bad) as module:
+            if scheme == "https":
+                (module.folder / "data" / "cert").mkdir(exist_ok=True)
+                (module.folder / "data" / "cert" / "ssl_verify").touch()
+                shutil.copy(nginx.folder / "ca.crt", module.folder / "data" / "cert")
+            run = module.run(url)
+            self.assertEqual(run.status, status, module.log())
+            flash = module.dumps()
+            expected = expected_flash(package if status != 255 else no_images(), module, armed=status == 0)
+            self.assertEqual([partition for partition in flash if flash[partition] != expected[partition]], [])
+            log = re.sub(r"127\.0\.0\.1:\d+|pid: \d+|consume \d+s|^\[[0-9_]+\]", "", module.log(), flags=re.M)
+            self.same(f"{name} over {scheme}", [module.history(), module.text("fail_reason"), log])
+
+    def test_http(self):
+        with Nginx() as nginx:
+            for name in UPDATES:
+                self.run_one(nginx, name)
+
+    def test_https(self):
+        nginx = Nginx("ssl", "ssl_certificate server.crt; ssl_certificate_key server.key;")
+        make_authority(nginx.folder)
+        make_certificate(nginx.folder, "server")
+        with nginx:
+            self.run_one(nginx, "store over bad blocks", "https")
