@@ -4,11 +4,12 @@
 #define TARVOLIN_TESTS_UNIT_SIMULATED_MODULE_H
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <random>
+#include <sstream>
 #include <string>
 
 #include "main/run/record.h"
@@ -18,8 +19,10 @@
 class SimulatedModule : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(getenv("TARVOLIN_SIM") != nullptr) << "run this test through sim/module";
-    folder_ = std::string(getenv("TARVOLIN_SIM")) + "/unit";
+    ASSERT_TRUE(std::filesystem::exists("/host")) << "run this test through sim/module";
+    // In memory, since small files are rewritten there by the ten thousand. Seen by this process alone.
+    static const int mounted = mount("tmpfs", "/tmp", "tmpfs", 0, nullptr);
+    ASSERT_EQ(mounted, 0);
     tarv_init_info();
   }
 
@@ -40,8 +43,28 @@ class SimulatedModule : public ::testing::Test {
   }
 
   static std::string read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
+  }
+
+  // Bytes that no erased, zeroed or shifted flash could be taken for.
+  static std::string noise(size_t size, uint32_t seed = 1) {
+    std::mt19937 random(seed);
+    std::string bytes;
+    while (bytes.size() < size) bytes += std::to_string(random());
+    bytes.resize(size);
+    return bytes;
+  }
+
+  // What `work` prints on the console: standard output, then standard error.
+  template <typename Work>
+  static std::string console_of(Work work) {
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    work();
+    const std::string output = ::testing::internal::GetCapturedStdout();
+    return output + ::testing::internal::GetCapturedStderr();
   }
 
   // All bytes of partition `index`; empty before it was first opened.
@@ -50,7 +73,7 @@ class SimulatedModule : public ::testing::Test {
     return read(std::string(TARV_RUN_DIR) + "/" + name);
   }
 
-  std::string folder_;
+  const std::string folder_ = "/tmp/flash";
 };
 
 #endif
