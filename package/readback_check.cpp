@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "main/run/log.h"
 #include "main/run/record.h"
@@ -46,7 +47,6 @@ int read_store(uint32_t size, uint32_t* crc, uint32_t* offset) {
 }
 
 int check_store_image(const package_entry& entry, uint32_t index, uint32_t* offset) {
-  if (ginfo->read_ctx == nullptr && open_store() != 0) return -1;
   TARV_LOG(kFlashOp, "imagesize: %d\n", entry.size);
   uint32_t crc = kCrcStart;
   if (read_store(entry.size, &crc, offset) != 0) return -1;
@@ -83,7 +83,10 @@ int vexo_tarv_check_flash() {
   ginfo->read_ctx = nullptr;
   for (const uint32_t saved : ghead->ptsavesize) TARV_LOG(kFlashOp, "ptsavesize: %d\n", saved);
   uint32_t offset = 0;
+  // Once: behind a store that is full stands nothing, and certainly not its first image again.
+  bool opened = false;
   const int result = for_each_image_of(kStoreGroup, [&](const package_entry& entry, uint32_t index) {
+    if (!std::exchange(opened, true) && open_store() != 0) return -1;
     return check_store_image(entry, index, &offset);
   });
   if (ginfo->read_ctx != nullptr) vexo_tarv_mtd_close_read(ginfo->read_ctx);
