@@ -16,8 +16,12 @@ constexpr size_t kListCapacity = 2048;  // of the partition list's text; what go
 
 std::array<mtd_partition, 64> table;
 
-// Reads one line of the partition list. Returns false when it does not describe a partition.
+// Reads one line of the partition list. Returns false when it does not describe a partition, or not to its
+// end: a list that is longer than what is read may be cut within a name, and "recoveryfs" must not turn into
+// "recovery".
 bool parse_line(const char* line, mtd_partition& entry) {
+  const char* const quote = strchr(line, '"');
+  if (quote == nullptr || strchr(quote + 1, '"') == nullptr) return false;
   return sscanf(line, "mtd%d: %x %x \"%63[^\"]", &entry.index, &entry.size, &entry.erase_size, entry.name) ==
          4;
 }
