@@ -4,6 +4,7 @@ import glob
 import os
 import pathlib
 import pty
+import shutil
 import signal
 import subprocess
 import threading
@@ -126,6 +127,17 @@ class DaemonTest(unittest.TestCase):
         self.assertIn(f"pid: {self.pid_file.read_text().rstrip(chr(0))}\n", output)
         self.assertFalse([path for path in self.module.run_dir.iterdir() if path.name in ("fail_reason", "old.img")])
         self.check_update()
+
+    def test_terminal_that_ends_with_the_starter(self):
+        self.go_on.set()
+        for _ in range(10):
+            terminal, end = pty.openpty()
+            leader = self.start('exec "$@"', "setsid", "--ctty", stdin=end, stdout=end, stderr=end)
+            os.close(end)
+            self.assertEqual(leader.wait(20), 0)
+            os.close(terminal)
+            until(lambda: self.module.history()[-1:] == ["RESTORE"] and not self.updaters(), 20)
+            shutil.rmtree(self.module.run_dir)
 
     def test_ten_starts_at_once(self):
         self.start('for n in 0 1 2 3 4 5 6 7 8 9; do (o=$("$@" --debug); echo "$?$o" >/tmp/$n.end) & done; wait')
