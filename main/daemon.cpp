@@ -37,8 +37,8 @@ void write_pid_record(int fd) {
 }  // namespace
 
 void tarv_daemonize() {
-  // Before the first fork: a starter that led its terminal's session takes the terminal with it, and the kernel's SIGHUP
-  // may come before the child has a session of its own.
+  // Before the first fork: a starter that led its terminal's session takes the terminal with it, and the
+  // kernel's SIGHUP may come before the child has a session of its own.
   signal(SIGHUP, SIG_IGN);
   continue_in_child();
   setsid();
