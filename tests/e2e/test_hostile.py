@@ -127,10 +127,13 @@ class Hostile(unittest.TestCase):
                 self.assertLessEqual(changed, places)
 
     def test_one_byte_at_a_time(self):
+        """But for the table's empty rows."""
         package = images("boot", 50, "system", 50)
-        head = header(len(package.bytes()))
+        head, rows = header(len(package.bytes())), bytes(3000)
+        before, _, behind = package.bytes().partition(rows)
         with Module() as module:
-            self.assertEqual(self.attack(module, [bytes([b]) for b in head + package.bytes()]), 0)
+            pieces = [bytes([b]) for b in head + before] + [rows] + [bytes([b]) for b in behind]
+            self.assertEqual(self.attack(module, pieces), 0)
             copies = b"".join(head[: n + 1] for n in range(len(head)))
             self.assertEqual(differences(module, package, copies), [])
 

@@ -31,7 +31,7 @@ constexpr size_t kLongestBody = 160 * 1024;  // more than the store takes
 constexpr const char* kNames[] = {"system", "modem",    "systemdata", "boot",
                                   "sbl",    "recovery", "recoveryfs", "userdata"};
 
-// Returns a descriptor of the first good block.
+// Returns a descriptor of the file that holds "userdata".
 int start_module() {
   REQUIRE(fs::exists("/host") && mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) == 0);
   fs::create_directories("/tmp/flash");
