@@ -145,14 +145,17 @@ int nand_model::erase(nand_partition& partition, uint32_t start, uint32_t length
     return -1;
   }
   const std::vector<uint8_t> block(erase_size_, 0xFF);
-  const std::vector<uint8_t> states(erase_size_ / page_size_, kErased);
+  const std::vector<uint8_t> erased(erase_size_ / page_size_, kErased);
+  std::vector<uint8_t> found(erased.size());
   for (uint32_t at = start; at < end; at += erase_size_) {
     if (is_bad(partition, at) != 0) {
       errno = EIO;
       return -1;
     }
+    read_whole(partition.pages_fd, found.data(), found.size(), at / page_size_);
+    if (found == erased) continue;
     write_whole(partition.data_fd, block.data(), block.size(), at);
-    write_whole(partition.pages_fd, states.data(), states.size(), at / page_size_);
+    write_whole(partition.pages_fd, erased.data(), erased.size(), at / page_size_);
   }
   return 0;
 }
