@@ -5,19 +5,12 @@
 
 #include "package/crc32.h"
 #include "package/head_rules.h"
+#include "tools/common/printable.h"
+#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/package_file.h"
-#include "tools/tarv-pkg/printable.h"
-#include "tools/tarv-pkg/refusal.h"
 
 namespace {
-
-// Numbers that are bit patterns, as `show` and the updater's log print them.
-std::string in_hex(uint32_t value) {
-  char text[16];
-  snprintf(text, sizeof text, "0x%08" PRIx32, value);
-  return text;
-}
 
 void check_magic(const package_head& head) {
   if (head.magic == TARV_PACKAGE_MAGIC) return;

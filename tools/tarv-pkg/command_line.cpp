@@ -5,11 +5,11 @@
 #include <cstdio>
 
 #include "store/partition_groups.h"
+#include "tools/common/printable.h"
+#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/create.h"
 #include "tools/tarv-pkg/partition_names.h"
-#include "tools/tarv-pkg/printable.h"
-#include "tools/tarv-pkg/refusal.h"
 #include "tools/tarv-pkg/show.h"
 
 namespace {

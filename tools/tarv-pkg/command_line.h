@@ -2,9 +2,7 @@
 #ifndef TARVOLIN_TOOLS_TARV_PKG_COMMAND_LINE_H
 #define TARVOLIN_TOOLS_TARV_PKG_COMMAND_LINE_H
 
-constexpr int kDone = 0;
-constexpr int kRefused = 1;  // refused, a fault found, or an input or output error
-constexpr int kWrongUsage = 2;
+#include "tools/common/exit_status.h"
 
 // Reads the command line and does the job. Returns kDone, or kWrongUsage with the reason on standard error;
 // throws a refusal when the job is not done.

@@ -8,11 +8,11 @@
 #include "package/crc32.h"
 #include "package/format.h"
 #include "package/head_rules.h"
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
+#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/input_file.h"
-#include "tools/tarv-pkg/output_file.h"
-#include "tools/tarv-pkg/printable.h"
-#include "tools/tarv-pkg/refusal.h"
 
 namespace {
 
@@ -65,12 +65,11 @@ std::deque<input_file> open_images(const package_order& order, package_head& hea
   return files;
 }
 
-// Keeps a slip of the pen from replacing an image, a device or a link by a package.
+// Keeps a slip of the pen from replacing an image by a package.
 void check_output(const std::string& path, const std::deque<input_file>& files) {
-  if (path.empty()) throw refusal("the name of the output is empty; give one");
+  check_output_path(path);
   struct stat found = {};
   if (lstat(path.c_str(), &found) != 0) return;
-  if (!S_ISREG(found.st_mode)) throw refusal(in_quotes(path) + " is no regular file; choose another output");
   for (const input_file& file : files) {
     if (file.is(found)) throw refusal(in_quotes(path) + " is one of the image files; choose another output");
   }

@@ -6,8 +6,8 @@
 #include "package/head_rules.h"
 #include "store/head_record.h"
 #include "store/partition_groups.h"
+#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/partition_names.h"
-#include "tools/tarv-pkg/refusal.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "main/run/retry.h"
 #include "package/crc32.h"
-#include "tools/tarv-pkg/interruption.h"
+#include "tools/common/interruption.h"
 
 namespace {
 constexpr size_t kPiece = 65536;  // bytes read and passed on at a time

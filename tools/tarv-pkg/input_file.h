@@ -10,7 +10,7 @@
 #include <string>
 
 #include "main/run/unique_fd.h"
-#include "tools/tarv-pkg/refusal.h"
+#include "tools/common/refusal.h"
 
 // Every member throws a refusal, naming the file, when it cannot do what it promises.
 class input_file {

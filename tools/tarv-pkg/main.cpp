@@ -2,10 +2,10 @@
 #include <csignal>
 #include <cstdio>
 
+#include "tools/common/interruption.h"
+#include "tools/common/printable.h"
+#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/command_line.h"
-#include "tools/tarv-pkg/interruption.h"
-#include "tools/tarv-pkg/printable.h"
-#include "tools/tarv-pkg/refusal.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "tools/tarv-pkg/package_file.h"
 
-#include "tools/tarv-pkg/refusal.h"
+#include "tools/common/refusal.h"
 
 package_head read_head(input_file& file) {
   package_head head = {};

@@ -4,9 +4,9 @@
 #include <cstdio>
 
 #include "store/partition_groups.h"
+#include "tools/common/printable.h"
 #include "tools/tarv-pkg/package_file.h"
 #include "tools/tarv-pkg/partition_names.h"
-#include "tools/tarv-pkg/printable.h"
 
 namespace {
 

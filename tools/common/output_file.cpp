@@ -1,4 +1,4 @@
-#include "tools/tarv-pkg/output_file.h"
+#include "tools/common/output_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "main/run/retry.h"
-#include "tools/tarv-pkg/refusal.h"
+#include "tools/common/refusal.h"
 
 namespace {
 
@@ -22,9 +22,16 @@ mode_t new_file_mode() {
 
 }  // namespace
 
+void check_output_path(const std::string& path) {
+  if (path.empty()) throw refusal("the name of the output is empty; give one");
+  struct stat found = {};
+  if (lstat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode)) return;
+  throw refusal(in_quotes(path) + " is no regular file; choose another output");
+}
+
 // In the same folder, since a name cannot be moved between file systems.
 output_file::output_file(const std::string& path)
-    : path_(path), temporary_(std::filesystem::path(path).replace_filename(".tarv-pkg.XXXXXX").string()) {
+    : path_(path), temporary_(std::filesystem::path(path).replace_filename(".tarv-tool.XXXXXX").string()) {
   fd_ = mkostemp(temporary_.data(), O_CLOEXEC);
   if (fd_ < 0) throw system_refusal("cannot make a file beside " + in_quotes(path));
 }

@@ -1,9 +1,13 @@
 // A file that comes into being whole or not at all.
-#ifndef TARVOLIN_TOOLS_TARV_PKG_OUTPUT_FILE_H
-#define TARVOLIN_TOOLS_TARV_PKG_OUTPUT_FILE_H
+#ifndef TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
+#define TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
 
 #include <cstddef>
 #include <string>
+
+// Refuses an empty path and one of something that is no regular file: a slip of the pen must not replace a
+// device or a link.
+void check_output_path(const std::string& path);
 
 // Collects its bytes in a temporary file of the same folder, which takes the wanted name on commit(). Without
 // a commit the temporary file disappears and whatever had the name before stays untouched. Members throw a

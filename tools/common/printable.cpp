@@ -1,7 +1,7 @@
-#include "tools/tarv-pkg/printable.h"
+#include "tools/common/printable.h"
 
+#include <cinttypes>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 
 namespace {
@@ -100,4 +100,10 @@ bool holds_control_character(std::string_view text) {
     if (is_control(take_character(text).bytes)) return true;
   }
   return false;
+}
+
+std::string in_hex(uint32_t value) {
+  char text[16];
+  snprintf(text, sizeof text, "0x%08" PRIx32, value);
+  return text;
 }

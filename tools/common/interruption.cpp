@@ -1,4 +1,4 @@
-#include "tools/tarv-pkg/interruption.h"
+#include "tools/common/interruption.h"
 
 #include <csignal>
 #include <initializer_list>

@@ -1,6 +1,6 @@
 // How a job of the tool ends when it is not done: with one sentence for the user and exit status 1.
-#ifndef TARVOLIN_TOOLS_TARV_PKG_REFUSAL_H
-#define TARVOLIN_TOOLS_TARV_PKG_REFUSAL_H
+#ifndef TARVOLIN_TOOLS_COMMON_REFUSAL_H
+#define TARVOLIN_TOOLS_COMMON_REFUSAL_H
 
 #include <cerrno>
 #include <cstring>

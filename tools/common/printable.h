@@ -2,9 +2,10 @@
 //
 // Texts of a package are 8-bit: they may hold control characters and bytes that are no UTF-8. Well-formed
 // UTF-8 passes unchanged in both forms.
-#ifndef TARVOLIN_TOOLS_TARV_PKG_PRINTABLE_H
-#define TARVOLIN_TOOLS_TARV_PKG_PRINTABLE_H
+#ifndef TARVOLIN_TOOLS_COMMON_PRINTABLE_H
+#define TARVOLIN_TOOLS_COMMON_PRINTABLE_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,8 @@
 
 // True when `text` holds a control character (C0, DEL or C1).
 [[nodiscard]] bool holds_control_character(std::string_view text);
+
+// A number that is a bit pattern, as the updater's log prints it: 0x and eight digits.
+[[nodiscard]] std::string in_hex(uint32_t value);
 
 #endif

@@ -1,0 +1,9 @@
+// The exit statuses of all tools.
+#ifndef TARVOLIN_TOOLS_COMMON_EXIT_STATUS_H
+#define TARVOLIN_TOOLS_COMMON_EXIT_STATUS_H
+
+constexpr int kDone = 0;
+constexpr int kRefused = 1;  // refused, a fault found, or an input or output error
+constexpr int kWrongUsage = 2;
+
+#endif
