@@ -1,0 +1,72 @@
+"""tarv-store at a desk: dumps of a store that the updater made, as they are and damaged."""
+import fcntl, json, os, pathlib, pty, re, struct, subprocess, tempfile, termios, unittest
+
+from module import BIN_DIR, SimModule
+from packages import STORE_LIST, images, store_split
+from servers import serve
+
+BAD = {"userdata": {0, 2, 95}, "recoveryfs": {0, 3}, "vexonv": {1, 23}}
+PACKAGE = images("modem", 1500001, "system", 700000, "boot", 5, "systemdata", 500001, "system", 100000)
+BLOCK = HEAD = 131072  # the first good block of userdata is block 1
+LIST, U32 = HEAD + 44, struct.Struct("<I").pack
+FAULTS = [  # words of the message; where userdata is overwritten, and with what
+    ("not armed storing", HEAD, U32(0x54415240)), ("image_num 0", HEAD + 24, U32(0)), ("image 0 NUL", LIST, b"x" * 32),
+    ("image_num 4294967295", HEAD + 24, U32(2**32 - 1)), (r'image 1 "boot\x1b"', LIST + 44, b"boot\x1b\0"),
+    ("image 0 size_algin", LIST + 32, U32(2**32 - 1)), ("counts only", HEAD + 12, U32(2**32 - 1) * 3),
+    ("vexonv hold", LIST + 32, U32(2**31) * 2), ("image 0 modem damaged", 3 * BLOCK, b"?")]
+
+
+class TarvStore(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        with SimModule(bad=BAD) as module, serve(PACKAGE.bytes()) as server:
+            assert module.run(server.url()).status == 0, module.log()
+            cls.flash, cls.pieces = module.dumps(), store_split(PACKAGE, module)
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        for name in STORE_LIST:
+            (self.folder / f"{name}.bin").write_bytes(self.flash[name])
+            (self.folder / f"{name}.bad").write_text("".join(f"{b}\n" for b in BAD.get(name, ())))
+
+    def tool(self, line, status=0, **options):
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "cwd": self.folder, **options}
+        run = subprocess.run([BIN_DIR / "tarv-store", "--dumps", ".", *line.split()], timeout=60, **options)
+        self.assertEqual(run.returncode, status, (line, run.stderr))
+        return json.loads(run.stdout) if "--json" in line else (run.stdout or run.stderr).decode()
+
+    def test_sound_store(self):
+        for partition, piece in zip(self.tool("show --json")["partitions"], self.pieces):
+            held = {n: r["holds"] for r in partition["ranges"] for n in range(r["first"], r["last"] + 1)}
+            self.assertEqual({n for n in held if held[n] == "bad"}, BAD.get(partition["name"], set()))
+            self.assertEqual(list(held.values()).count("image"), -(-len(piece) // BLOCK))
+        self.assertTrue(all(i["computed"] == i["crc"] for i in self.tool("verify --json")["images"]))
+        for word, index in (("modem", 0), ("1", 1), ("systemdata", 2), ("system", 3)):
+            self.tool(f"extract {word} -o out")
+            self.assertEqual((self.folder / "out").read_bytes(), PACKAGE.store_images()[index].data)
+        for columns, longest in ((20, 39), (200, 103)):
+            ends = pty.openpty()
+            fcntl.ioctl(ends[1], termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
+            self.tool("map --svg map.svg", stdout=ends[1])
+            rows = re.sub("\x1b\\[[0-9;]*m", "", os.read(ends[0], 4096).decode()).split("\r\n")
+            self.assertEqual((rows[1][:15], max(map(len, rows))), ("     0 XHX00000", longest))
+        self.assertEqual((self.folder / "map.svg").read_text().count(" block "), 96 + 40 + 24 + 24)
+
+    def test_faults_and_lost_output(self):
+        for words, at, new in FAULTS:
+            data = self.flash["userdata"]
+            (self.folder / "userdata.bin").write_bytes(data[:at] + new + data[at + len(new):])
+            fault, faulty = self.tool("extract 0 -o out", 1), "armed" not in words and "damaged" not in words
+            self.assertTrue(all(word in fault for word in words.split()) and fault.count("\n") == 1, (words, fault))
+            self.assertEqual(self.tool("verify --json", 1)["armed"], "armed" not in words)
+            self.assertEqual(self.tool("show --json", int(faulty))["fault"] is not None, faulty)
+            self.assertFalse((self.folder / "out").exists())
+        for line in ("", "show --mtd", "--erase-size 1000 map"):
+            self.tool(line, 2)
+        self.tool("extract 0 -o vexonv.bin", 1)
+        for line in ("show", "map", "--help"):
+            self.tool(line, 1, stdout=os.open("/dev/full", os.O_WRONLY))
+            self.tool(line, 1, stdout=None, preexec_fn=lambda: os.close(1))
+        for name, text in (("recovery.bad", "24"), ("recovery.bad", "x"), ("recovery.bin", "short")):
+            (self.folder / name).write_text(text)
+            self.assertIn(name, self.tool("show", 1))

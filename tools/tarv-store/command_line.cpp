@@ -1,0 +1,100 @@
+#include "tools/tarv-store/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+
+#include "tools/common/printable.h"
+#include "tools/common/refusal.h"
+#include "tools/tarv-store/images.h"
+#include "tools/tarv-store/map.h"
+#include "tools/tarv-store/show.h"
+#include "tools/tarv-store/source.h"
+
+namespace {
+
+constexpr uint32_t kLargestEraseSize = 16 * 1024 * 1024;
+
+// The words of the command line, as they were given.
+struct words {
+  std::string dumps;
+  uint32_t erase_size = 131072;
+  std::string image;
+  std::string output;
+  std::string svg;
+  bool as_json = false;
+};
+
+// Always decimal: the parser by itself takes a leading zero for the mark of an octal number.
+void read_erase_size(const std::string& word, uint32_t& number) {
+  const char* const end = word.data() + word.size();
+  const auto [stopped, error] = std::from_chars(word.data(), end, number);
+  const bool power_of_two = number >= 512 && number <= kLargestEraseSize && (number & (number - 1)) == 0;
+  if (error == std::errc() && stopped == end && power_of_two) return;
+  throw CLI::ValidationError("--erase-size", in_quotes(word) + " is not a power of two from 512 to 16777216");
+}
+
+void add_source(CLI::App& app, words& given) {
+  CLI::Option* const mtd = app.add_flag("--mtd", "Read the flash of this module (the default)");
+  CLI::Option* const dumps = app.add_option("--dumps", given.dumps, "Read the dumps NAME.bin in this folder")
+                                 ->type_name("FOLDER")
+                                 ->excludes(mtd);
+  app.add_option_function<std::string>(
+         "--erase-size", [&](const std::string& word) { read_erase_size(word, given.erase_size); },
+         "Erase block of the dumps, default 131072")
+      ->type_name("BYTES")
+      ->needs(dumps);
+}
+
+void add_commands(CLI::App& app, words& given) {
+  CLI::App& show = *app.add_subcommand("show", "Print the head record and what every block holds");
+  show.add_flag("--json", given.as_json, "Print it as JSON");
+  CLI::App& verify = *app.add_subcommand("verify", "Check the CRC of every image");
+  verify.add_flag("--json", given.as_json, "Print it as JSON");
+  CLI::App& extract = *app.add_subcommand("extract", "Copy an image into a file");
+  extract.add_option("image", given.image, "Name of the image, or its number")
+      ->required()
+      ->type_name("IMAGE");
+  extract.add_option("-o,--output", given.output, "File to make")->required()->type_name("FILE");
+  CLI::App& map = *app.add_subcommand("map", "Draw the blocks of the store partitions");
+  map.add_option("--svg", given.svg, "Draw them into this file, too")->type_name("FILE");
+  for (CLI::App* const command : {&show, &verify, &extract, &map}) command->fallthrough();
+}
+
+void do_job(const CLI::App& app, const words& given, FILE* out) {
+  if (app.count("--dumps") != 0) read_from_dumps(given.dumps, given.erase_size);
+  if (app.got_subcommand("show")) show_store(out, given.as_json);
+  if (app.got_subcommand("verify")) verify_store(out, given.as_json);
+  if (app.got_subcommand("extract")) extract_image(given.image, given.output);
+  if (app.got_subcommand("map")) map_store(out, given.svg);
+}
+
+}  // namespace
+
+int run_command_line(int argc, char* argv[], FILE* out) {
+  CLI::App app("Shows, verifies and draws a store, and takes images out of it. Never writes to flash.",
+               "tarv-store");
+  words given;
+  app.set_version_flag("-V,--version", "tarv-store " TARVOLIN_VERSION);
+  app.require_subcommand(1);
+  app.footer(
+      "Dumps are made on the module with nanddump --bb=padbad -f NAME.bin; NAME.bad may list\n"
+      "the numbers of bad blocks, one a line.\n"
+      "Exit status:\n"
+      "  0 done; 1 a fault found, or something that cannot be read or written; 2 wrong usage");
+  add_source(app, given);
+  add_commands(app, given);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    fprintf(out, "%s\n", app.help().c_str());
+    return kDone;
+  } catch (const CLI::CallForVersion& version) {
+    fprintf(out, "%s\n", version.what());
+    return kDone;
+  } catch (const CLI::ParseError& error) {
+    fprintf(stderr, "tarv-store: %s\nTry \"tarv-store --help\".\n", printable(error.what()).c_str());
+    return kWrongUsage;
+  }
+  do_job(app, given, out);
+  return kDone;
+}

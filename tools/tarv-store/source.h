@@ -1,0 +1,16 @@
+// Where this tool's flash is: the other side of mtd/device.h. It is the module's own flash until dumps are
+// chosen. Either way it can only be read: a partition cannot be opened for writing, nothing is written or
+// erased.
+#ifndef TARVOLIN_TOOLS_TARV_STORE_SOURCE_H
+#define TARVOLIN_TOOLS_TARV_STORE_SOURCE_H
+
+#include <cstdint>
+#include <string>
+
+// Puts the dumps in `folder` in the flash's place, for good. Throws a refusal as find_dumps does.
+void read_from_dumps(const std::string& folder, uint32_t erase_size);
+
+// True when `path` is one of the dumps chosen.
+[[nodiscard]] bool is_dump(const std::string& path);
+
+#endif
