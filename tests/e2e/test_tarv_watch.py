@@ -1,0 +1,89 @@
+"""tarv-watch beside runs of the updater: before, during and after them, on terminals and on none."""
+import json
+import os
+import re
+import signal
+import subprocess
+import termios
+import unittest
+
+from module import BIN_DIR, Module, without
+from packages import Image, Package, images
+from servers import ScriptedServer, header
+
+DATA = images("system", 300_000).bytes()
+FAILURES = ((10, "download", b"no package" * 400), (12, "install", images("sbl", 5000).bytes()),
+            (11, "check", Package([Image("system", b"x" * 9000, crc=1)]).bytes()))
+
+
+class TarvWatch(unittest.TestCase):
+    def setUp(self):
+        self.module = self.enterContext(Module(without("sbl")))
+
+    def watch(self, *options, out=subprocess.PIPE, no_colour="1"):
+        pid_file = self.module.folder / "run" / "tarvolin-sim.pid"
+        command = [BIN_DIR / "tarv-watch", "--dir", self.module.run_dir, "--pid-file", pid_file, *options]
+        environment = {**os.environ, "TERM": "xterm", "NO_COLOR": no_colour}
+        process = subprocess.Popen(command, text=True, stdout=out, stderr=subprocess.PIPE, env=environment)
+        self.addCleanup(lambda: (process.kill(), process.wait(), process.stderr.close()))
+        return process
+
+    def check_end(self, process, status, pattern="^"):
+        output, errors = process.communicate(timeout=20)
+        self.assertEqual(process.returncode, status, errors)
+        self.assertRegex(output or "", pattern)
+        return output
+
+    def update(self, data=DATA, pause=0):
+        with ScriptedServer([header(len(data)) + data[:-2000], pause, data[-2000:-1], pause, data[-1:]]) as server:
+            self.module.run(server.url())
+
+    def test_live_run(self):
+        terminals = [(40, "1", *os.openpty()), (200, "", *os.openpty())]
+        for columns, _, _, end in terminals:
+            termios.tcsetwinsize(end, (24, columns))
+        watches = [self.watch(out=end, no_colour=no_colour) for _, no_colour, _, end in terminals]
+        plain, program = self.watch(), self.watch("--json", "--wait", "20")
+        self.assertEqual((plain.stdout.readline(), json.loads(program.stdout.readline())["run"]), ("waiting\n", 0))
+        self.update(pause=0.7)
+        self.check_end(plain, 0, r"(?s)\ndownload, 99 %, 29[46]..*\ncheck  .*\nrestore pending in")
+        self.check_end(self.watch(), 0, "restore pending")  # when it is over
+        self.check_end(self.watch("--new", "--wait", "0.5"), 20, "no run has begun")
+        news = [json.loads(line) for line in self.check_end(program, 0).splitlines()]
+        statuses = list(dict.fromkeys(n["status"] for n in news))
+        self.assertEqual(statuses, ["idle", "download", "check", "install", "restore"])
+        self.assertTrue(all((n["percent"] == 100) == (n["status"] in ("install", "restore")) for n in news), news)
+        self.assertEqual([n["exit_status"] for n in news], [None] * (len(news) - 1) + [0])
+        for watch, (columns, no_colour, mine, _) in zip(watches, terminals):
+            self.check_end(watch, 0)
+            text = os.read(mine, 65536).decode()
+            *lines, outcome = re.sub(r"\033\[\d*[mK]", "", text).splitlines()
+            self.assertLess(max(map(len, lines)), columns)
+            more = "  0:01 left  .* KiB/s" if columns > 40 else "$"
+            self.assertRegex("\n".join(lines), r"(?m)\[#+-+\] 99 %  296.4/296.4 KiB" + more)
+            self.assertEqual(("\033[3" in text, "100 %" in text, outcome[:15]), (not no_colour, False, "restore pending"))
+
+    def test_failures(self):
+        self.check_end(self.watch("--wait", "0"), 20, "^waiting\nno run has begun\n$")
+        for status, stage, data in FAILURES:
+            watch = self.watch("--new")
+            self.assertEqual(watch.stdout.readline(), "waiting\n")
+            self.update(data)
+            for process in (watch, self.watch()):
+                self.check_end(process, status, rf"\nfailed in the {stage} stage: .+\n$")
+        with open("/dev/full", "w") as full:
+            self.check_end(self.watch("--json", out=full), 1)
+
+    def test_ends_without_outcome(self):
+        with ScriptedServer([header(len(DATA)) + DATA[:100_000], 60]) as server:
+            command = [*self.module.command("tarvolin-sim"), "--debug", "--url", server.url()]
+            with subprocess.Popen(command, stdout=subprocess.DEVNULL) as updater:
+                unread, interrupted, left = watches = [self.watch() for _ in range(3)]
+                self.assertTrue(all(any(", 32 %" in line for line in watch.stdout) for watch in watches))
+                unread.stdout.close()
+                self.assertEqual(unread.wait(5), 1)
+                interrupted.send_signal(signal.SIGINT)
+                self.check_end(interrupted, 130)
+                self.assertIsNone(left.poll())
+                updater.kill()
+            self.check_end(left, 21, "gone: .* download stage")

@@ -1,0 +1,94 @@
+// tarv-watch: follows a run of the updater by its run directory.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "main/run/result_files.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interruption.h"
+#include "tools/common/printable.h"
+#include "tools/tarv-watch/watch.h"
+
+namespace {
+
+constexpr int kInterrupted = 130;
+constexpr char kPidFile[] = "/var/run/tarvolin.pid";
+
+constexpr char kFooter[] =
+    "Exit status:\n"
+    "  0   success, or done here and to be restored\n"
+    "  1   standard output cannot be written\n"
+    "  2   wrong usage\n"
+    "  10  the download stage failed\n"
+    "  11  the check stage failed\n"
+    "  12  the install stage failed\n"
+    "  20  no run began within --wait\n"
+    "  21  the updater has gone without an outcome\n"
+    "  130 interrupted";
+
+bool has_terminal() {
+  const char* terminal = getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && terminal != nullptr && strcmp(terminal, "dumb") != 0;
+}
+
+bool wants_colour() {
+  const char* refused = getenv("NO_COLOR");
+  return refused == nullptr || refused[0] == '\0';
+}
+
+std::unique_ptr<view> make_view(bool as_json) {
+  if (as_json) return make_json_view();
+  return has_terminal() ? make_terminal_view(wants_colour()) : make_line_view();
+}
+
+int run(int argc, char* argv[]) {
+  CLI::App app("Follows a run of the updater by its run directory.", "tarv-watch");
+  watch_order order;
+  order.dir = TARV_RUN_DIR;
+  bool as_json = false;
+  const CLI::Option* dir =
+      app.add_option("--dir", order.dir, "Run directory, default " TARV_RUN_DIR)->type_name("DIR");
+  const CLI::Option* pid_file =
+      app.add_option("--pid-file", order.pid_file, "The updater's pid file, to tell whether it still runs")
+          ->type_name("FILE");
+  app.add_option("--wait", order.wait_seconds, "Seconds to wait for a run to begin, default: for ever")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 1e9).description(""));
+  app.add_flag("--new", order.only_new, "Wait for a run that begins after the start of the watch");
+  app.add_flag("--json", as_json, "Print one JSON object a line for each change");
+  app.set_version_flag("-V,--version", "tarv-watch " TARVOLIN_VERSION);
+  app.footer(kFooter);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    put(app.help());
+    return kDone;
+  } catch (const CLI::CallForVersion& version) {
+    put(std::string(version.what()) + "\n");
+    return kDone;
+  } catch (const CLI::ParseError& error) {
+    fprintf(stderr, "tarv-watch: %s\nTry \"tarv-watch --help\".\n", printable(error.what()).c_str());
+    return kWrongUsage;
+  }
+  // The usual pid file belongs to the usual run directory.
+  if (dir->empty() && pid_file->empty()) order.pid_file = kPidFile;
+  return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  signal(SIGPIPE, SIG_IGN);  // a reader that has gone is a failed write,
+  signal(SIGXFSZ, SIG_IGN);  // and so is a file past the user's limit
+  note_interruptions();
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& fault) {
+    if (was_interrupted()) return kInterrupted;
+    fprintf(stderr, "tarv-watch: %s\n", printable(fault.what()).c_str());
+    return kRefused;
+  }
+}

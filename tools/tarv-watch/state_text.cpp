@@ -1,0 +1,106 @@
+#include "tools/tarv-watch/state_text.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "tools/common/printable.h"
+
+namespace {
+
+struct unit {
+  const char* name;
+  double bytes;
+};
+
+// The unit in which numbers up to `bytes` are said.
+unit unit_for(double bytes) {
+  constexpr double kib = 1024, mib = kib * 1024;
+  return bytes >= mib ? unit{"MiB", mib} : unit{"KiB", kib};
+}
+
+std::string decimal(double value) {
+  char text[32];
+  snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+std::string size_text(double bytes) {
+  const unit in = unit_for(bytes);
+  return decimal(bytes / in.bytes) + " " + in.name;
+}
+
+std::string clock_text(int64_t seconds) {
+  char text[64];
+  if (seconds < 3600) {
+    snprintf(text, sizeof text, "%" PRId64 ":%02" PRId64, seconds / 60, seconds % 60);
+  } else {
+    snprintf(text, sizeof text, "%" PRId64 ":%02" PRId64 ":%02" PRId64, seconds / 3600, seconds / 60 % 60,
+             seconds % 60);
+  }
+  return text;
+}
+
+// The stage's number among the time files.
+size_t time_index(run_status stage) {
+  return static_cast<size_t>(stage) - static_cast<size_t>(run_status::download);
+}
+
+std::string in_total(const run_state& state) {
+  const known_number total = state.times[kTimes - 1];
+  return total ? " in " + std::to_string(*total) + " s" : "";
+}
+
+}  // namespace
+
+const char* name_of(run_status status) {
+  constexpr const char* names[] = {"waiting", "idle",    "download", "check", "install",
+                                   "restore", "success", "failed",   "gone"};
+  return names[static_cast<size_t>(status)];
+}
+
+std::string progress_in_bytes(const run_state& state) {
+  if (!state.file_size) return "";
+  const unit in = unit_for(*state.file_size);
+  const std::string here = state.download_size ? decimal(*state.download_size / in.bytes) : "?";
+  return here + "/" + decimal(*state.file_size / in.bytes) + " " + in.name;
+}
+
+std::string rate_text(const run_state& state) {
+  return state.rate > 0 ? size_text(state.rate) + "/s" : "";
+}
+
+std::string time_left_text(const run_state& state) {
+  return state.seconds_left >= 0 ? clock_text(state.seconds_left) + " left" : "";
+}
+
+std::string finished_text(const run_state& before, const run_state& now) {
+  const bool in_stage = before.status >= run_status::download && before.status <= run_status::install;
+  const bool finished =
+      now.run == before.run && now.status > before.status && now.status < run_status::failed;
+  if (!in_stage || !finished) return "";
+  std::string text = name_of(before.status);
+  text.resize(10, ' ');
+  const bool sized = before.status == run_status::download && now.download_size;
+  const known_number& time = now.times[time_index(before.status)];
+  if (sized) text += size_text(*now.download_size) + (time ? " in " : "");
+  if (time) text += std::to_string(*time) + " s";
+  return sized || time ? text : text + "done";
+}
+
+std::string outcome_text(const run_state& state) {
+  switch (state.status) {
+    case run_status::success:
+      return "success" + in_total(state);
+    case run_status::restore:
+      return "restore pending" + in_total(state) +
+             ": the images wait in the store for the software that restores";
+    case run_status::failed:
+      return std::string("failed in the ") + name_of(state.stage) + " stage: " +
+             (state.fail_reason.empty() ? "no reason given, see tarv_log" : printable(state.fail_reason));
+    case run_status::gone:
+      return std::string("gone: the updater has ended in the ") + name_of(state.stage) +
+             " stage without an outcome";
+    default:
+      return "no run has begun";
+  }
+}
