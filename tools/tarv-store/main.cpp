@@ -21,6 +21,7 @@ FILE* take_standard_output() {
   // Whatever is opened later must not become standard error and receive messages.
   if (fcntl(STDERR_FILENO, F_GETFD) < 0) dup2(open("/dev/null", O_RDWR), STDERR_FILENO);
   dup2(STDERR_FILENO, STDOUT_FILENO);
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // in the order in which things happen
   return out;
 }
 

@@ -27,7 +27,9 @@ store_partition examine(const mtd_partition& entry) {
   store_partition partition = {&entry, std::vector<bool>(entry.size / entry.erase_size), 0, 0};
   for (size_t i = 0; i < partition.bad.size(); ++i) {
     const int answer = mtd_device_is_bad(ctx->fd, static_cast<int64_t>(i) * entry.erase_size);
-    partition.bad[i] = answer != 0;  // reading takes a block only when it is known to be good
+    // As for the updater: without the marks nobody knows where the data lie.
+    if (answer < 0) throw system_refusal("cannot tell the bad blocks of " + in_quotes(entry.name));
+    partition.bad[i] = answer > 0;
   }
   return partition;
 }
