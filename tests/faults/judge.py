@@ -1,0 +1,96 @@
+"""What a run of the updater left behind, judged without any of its code."""
+import re
+import struct
+
+from packages import RESTORE, jamcrc
+
+STATUSES = ("IDLE", "DOWNLOAD", "CHECK", "INSTALL", "RESTORE", "SUCCESS", "FAILED")
+HISTORIES = {0: [*STATUSES[:5], "RESTORE"], **{255 - i: [*STATUSES[: 2 + i], "FAILED"] for i in range(3)}}
+POWER_LOST, NOT_STARTED = 97, 1
+OUTCOMES = {0: "survived", **dict.fromkeys((255, 254, 253), "failed"), POWER_LOST: "recovered",
+            NOT_STARTED: "not started"}
+
+
+def read(module, name, first, count):
+    """What a reader gets from block `first` of a partition on: it passes over blocks that are marked bad or torn."""
+    data, blocks, pages = b"", module.split(module.dump(name)), module.block // module.page
+    for b in module.good_blocks(name):
+        if first <= b and len(data) < count and 2 not in module.page_states(name)[b * pages : (b + 1) * pages]:
+            data += blocks[b]
+    return data[:count]
+
+
+def armed_images(module):
+    """The images of an armed store by name, as software that restores finds them, or None. They have to be right."""
+    head = module.good_blocks("userdata")[0]
+    record = module.split(module.dump("userdata"))[head]
+    magic, _, _, *counts, number = struct.unpack_from("<Iii4I", record)
+    if magic != RESTORE or module.page_states("userdata")[head * module.block // module.page] == 2:
+        return None
+    stream = read(module, "userdata", head + 1, counts[0]) + read(module, "recoveryfs", 0, counts[1])
+    images, at = {}, 0
+    for name, size, aligned, crc in (struct.unpack_from("<32sIII", record, 44 + 44 * i) for i in range(number)):
+        images[name.rstrip(b"\0").decode()] = data = stream[at : at + size]
+        assert len(data) == size and jamcrc(data) == crc, "armed over a store that is not right"
+        at += aligned
+    assert at == len(stream) == sum(counts), "armed over a store of another length"
+    return images
+
+
+def judge_flash(module, struck):
+    """After the last step of an update."""
+    assert armed_images(module) == {i.name: i.data for i in module.package.store_images()}, "not the package's store"
+    boot = module.package.images[1]
+    assert read(module, boot.name, 0, len(boot.data)) == boot.data, "boot is wrong"
+    if struck.startswith("badblock"):
+        return  # a bad block that passed for a good one while room was counted: the images lie elsewhere
+    for name, wanted in module.expected.items():
+        for b, (good, found) in enumerate(zip(module.split(wanted), module.split(module.dump(name)))):
+            spared = struck == f"erase {name} {b}" and not good.strip(b"\xff")  # behind the data
+            assert good == found or spared, f"block {b} of {name} is wrong"
+
+
+def messages(log):
+    """The log's lines without what differs from run to run."""
+    return {re.sub(r"\d+", "#", line) for line in re.sub(r"\[\d{8}_\d{6}\] ", "\n", log).split("\n")}
+
+
+def judge_failure(module, status, struck):
+    log, untouched = module.log(), module.is_untouched()
+    if not untouched and armed_images(module) is not None:
+        assert re.search("record is not in its place|mtd_write_close error", log), "failed, and yet armed"
+        judge_flash(module, struck)
+    began = "umount_ubi userdata success" in log or struck.endswith(" tarv_log")
+    assert untouched or began, "refused, and yet flash was changed"
+    assert status == 253 or module.dump("boot") == module.initial("boot"), "installed before the check"
+    said = [line for line in messages(log) - module.usual if not re.search(r"main.*vexo_tarv_\w+ failed", line)]
+    assert said or struck.endswith((" tarv_log", " tarvolin")), "the log does not say why"
+
+
+def judge_status(module, status, struck):
+    """History and last status go with the exit status, but for the one line or file that the fault struck."""
+    expected = HISTORIES[status] if struck != "mkdir tarvolin" else []
+    last = [str(STATUSES.index(name)) for name in expected[-2:]] or [None]
+    lacking = [expected[:i] + expected[i + 1 :] for i in range(len(expected)) if struck.endswith(" status_str")]
+    stale = [last[0], "", None] if struck.endswith(" status") else []
+    assert module.history() in [expected, *lacking], f"exit status {status} after {module.history()}"
+    assert module.text("status") in [last[-1], *stale], f"exit status {status} with status {module.text('status')}"
+
+
+def judge(module, status, struck):
+    """Raises an AssertionError. `struck` is what the fault hit, "" for nothing."""
+    assert status in OUTCOMES and (status != NOT_STARTED or ".pid" in struck), f"exit status {status}"
+    for name in module.partitions:
+        pairs = zip(module.split(module.initial(name)), module.split(module.dump(name)))
+        changed = {b for b, (before, after) in enumerate(pairs) if before != after}
+        assert not changed & module.bad.get(name, {0}), f"{name} was changed where it must not be"
+    for top in (module.folder / name for name in ("tmp", "run", "data")):
+        strange = {str(path.relative_to(module.folder)) for path in top.rglob("*")} - module.allowed_files
+        assert not strange, f"files {strange}"
+    if status == NOT_STARTED:
+        assert module.is_untouched() and not module.run_dir.exists(), "not started, and yet something was done"
+    elif status == POWER_LOST:
+        armed_images(module)
+    else:
+        judge_status(module, status, struck)
+        judge_failure(module, status, struck) if status else judge_flash(module, struck)
