@@ -9,7 +9,7 @@ from dataclasses import dataclass
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 WRAPPER = REPOSITORY / "sim" / "module"
-BIN_DIR = pathlib.Path(os.environ.get("TARV_BIN_DIR", REPOSITORY / "build" / "debug" / "bin"))
+BIN_DIR = pathlib.Path(os.environ.get("TARV_BIN_DIR", REPOSITORY / "build" / "debug" / "bin")).resolve()
 KIB, MIB = 1024, 1024 * 1024
 
 # Store partitions a little larger than the reserve that stays free in each, and targets for the other groups.

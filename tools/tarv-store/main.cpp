@@ -2,12 +2,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 
-#include "tools/common/interruption.h"
-#include "tools/common/printable.h"
 #include "tools/common/refusal.h"
+#include "tools/common/tool_main.h"
 #include "tools/tarv-store/command_line.h"
 
 namespace {
@@ -43,13 +41,5 @@ int run(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  signal(SIGPIPE, SIG_IGN);  // a reader that has gone is a failed write,
-  signal(SIGXFSZ, SIG_IGN);  // and so is a file past the user's limit
-  note_interruptions();
-  try {
-    return run(argc, argv);
-  } catch (const std::exception& fault) {
-    fprintf(stderr, "tarv-store: %s\n", printable(fault.what()).c_str());
-    return kRefused;
-  }
+  return run_tool("tarv-store", run, argc, argv);
 }

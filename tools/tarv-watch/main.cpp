@@ -2,14 +2,16 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "main/run/result_files.h"
 #include "tools/common/exit_status.h"
 #include "tools/common/interruption.h"
 #include "tools/common/printable.h"
+#include "tools/common/tool_main.h"
 #include "tools/tarv-watch/watch.h"
 
 namespace {
@@ -44,7 +46,7 @@ std::unique_ptr<view> make_view(bool as_json) {
   return has_terminal() ? make_terminal_view(wants_colour()) : make_line_view();
 }
 
-int run(int argc, char* argv[]) {
+int follow(int argc, char* argv[]) {
   CLI::App app("Follows a run of the updater by its run directory.", "tarv-watch");
   watch_order order;
   order.dir = TARV_RUN_DIR;
@@ -78,17 +80,17 @@ int run(int argc, char* argv[]) {
   return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
 }
 
+int run(int argc, char* argv[]) {
+  try {
+    return follow(argc, argv);
+  } catch (const std::exception&) {
+    if (was_interrupted()) return kInterrupted;  // an interrupted write is no fault
+    throw;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  signal(SIGPIPE, SIG_IGN);  // a reader that has gone is a failed write,
-  signal(SIGXFSZ, SIG_IGN);  // and so is a file past the user's limit
-  note_interruptions();
-  try {
-    return run(argc, argv);
-  } catch (const std::exception& fault) {
-    if (was_interrupted()) return kInterrupted;
-    fprintf(stderr, "tarv-watch: %s\n", printable(fault.what()).c_str());
-    return kRefused;
-  }
+  return run_tool("tarv-watch", run, argc, argv);
 }

@@ -1,0 +1,21 @@
+#include "tools/common/tool_main.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "tools/common/exit_status.h"
+#include "tools/common/interruption.h"
+#include "tools/common/printable.h"
+
+int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[]) {
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+  note_interruptions();
+  try {
+    return work(argc, argv);
+  } catch (const std::exception& fault) {
+    fprintf(stderr, "%s: %s\n", name, printable(fault.what()).c_str());
+    return kRefused;
+  }
+}
