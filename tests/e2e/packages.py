@@ -1,6 +1,5 @@
 """Firmware packages made byte by byte, independently of the program's own code, and what updates with them leave."""
 import itertools
-import os
 import struct
 import zlib
 from dataclasses import dataclass, field
@@ -187,7 +186,3 @@ def differences(module, package, http_header, **record):
     return ([f"partition {name}" for name in module.partitions if module.dump(name) != flash[name]] +
             [f"file {name}" for name in sorted({*files, *found})
              if name not in found or name not in files or found[name] != files[name]])
-
-
-def random_bytes(size):
-    return os.urandom(size)
