@@ -31,6 +31,23 @@ TEST_F(Partitions, AreFoundByTheirExactName) {
   EXPECT_EQ(mtd_find_partition(name.c_str()), nullptr);
 }
 
+// The list is read up to 2047 bytes, which here end within a name.
+TEST_F(Partitions, NoNameIsCutByTheEndOfTheList) {
+  std::string conf;
+  for (int i = 0; i < 40; ++i) {
+    conf +=
+        "partition " + std::to_string(i) + " " + std::string(29, static_cast<char>('A' + i)) + " 131072\n";
+  }
+  const int count = load(conf);
+  ASSERT_GT(count, 20);
+  ASSERT_LT(count, 40);
+  for (char letter = 'A'; letter < 'A' + 40; ++letter) {
+    for (size_t length = 1; length < 29; ++length) {
+      EXPECT_EQ(mtd_find_partition(std::string(length, letter).c_str()), nullptr) << letter << length;
+    }
+  }
+}
+
 TEST_F(Partitions, ContextsStartEmptyAndLeaveNothingOpen) {
   EXPECT_EQ(load(""), 0);
   EXPECT_EQ(load("partition 0 p 262144\n", "list at 1 fail"), -1);
