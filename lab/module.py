@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 from dataclasses import dataclass
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
 WRAPPER = REPOSITORY / "sim" / "module"
 BIN_DIR = pathlib.Path(os.environ.get("TARV_BIN_DIR", REPOSITORY / "build" / "debug" / "bin")).resolve()
 KIB, MIB = 1024, 1024 * 1024
