@@ -1,0 +1,42 @@
+# The Debian packages "tarvolin" and "tarvolin-tools": ./dev package makes and tries them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME tarvolin)
+set(CPACK_PACKAGE_CONTACT "tarvolin maintainers <tarvolin@localhost>" CACHE STRING "Maintainer of the packages")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/compress.cmake)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_UPDATER_PACKAGE_NAME tarvolin)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
+# Without "mount" and "ubinfo", /data would pass for released, and be erased under those who use it.
+set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS "mount, mtd-utils, psmisc")
+set(CPACK_DEBIAN_UPDATER_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_SUGGESTS tarvolin-tools)
+set(CPACK_COMPONENT_UPDATER_DESCRIPTION "firmware updater for cellular modules on raw NAND flash
+Started with the URL of a firmware package, tarvolin downloads it over HTTP or
+HTTPS, checks it, and either installs its images or leaves them, verified, in a
+store on flash for the software that restores them. The package is never held
+whole, neither in memory nor in a file.
+.
+This program overwrites the firmware of the machine that it is started on.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarvolin-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS bash-completion)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "tarvolin, mtd-utils")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_ENHANCES tarvolin)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "tools for tarvolin's firmware packages, runs and stores
+tarv-pkg makes, shows and checks firmware packages. tarv-watch follows a run of
+the updater. tarv-store looks at a store, on flash or in dumps of it, proves its
+checksums, and takes images out of it; it never writes to flash.")
+
+include(CPack)
+cpack_add_component(updater GROUP updater)
+cpack_add_component(doc GROUP updater)
+cpack_add_component(watch GROUP tools)
+cpack_add_component(tools GROUP tools)
