@@ -9,7 +9,7 @@
 
 constexpr uint32_t kCrcStart = 0xFFFFFFFF;
 
-// Builds the process-wide table. Needed once, before the first crc32_update.
+// Builds the process-wide tables. Needed once, before the first crc32_update.
 void crc32_init_table();
 
 // Continues the running value `crc` (kCrcStart at first) over `len` bytes and returns it.

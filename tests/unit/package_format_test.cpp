@@ -43,6 +43,26 @@ TEST(Crc32, KnownAnswersAtAnySplit) {
   EXPECT_EQ(crc32_update(kCrcStart, nullptr, 0), 0xFFFFFFFFu);
 }
 
+TEST(Crc32, AnyLengthFromAnyAddress) {
+  crc32_init_table();
+  const auto bit_by_bit = [](std::string_view text) {
+    uint32_t crc = kCrcStart;
+    for (const char c : text) {
+      crc ^= static_cast<uint8_t>(c);
+      for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0xEDB88320u : 0u);
+    }
+    return crc;
+  };
+  std::string text(80, ' ');
+  for (size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>(i * i * 37 + 201);
+  for (size_t from = 0; from < 16; ++from) {
+    for (size_t len = 0; from + len <= text.size(); ++len) {
+      const auto part = std::string_view(text).substr(from, len);
+      ASSERT_EQ(crc32_update(kCrcStart, part.data(), len), bit_by_bit(part)) << from << ", " << len;
+    }
+  }
+}
+
 TEST(ProjectType, FirstFiveCharactersDecide) {
   const std::pair<const char*, int> cases[] = {
       {"31405", 1},     {"31406", 2}, {"31407\n", 2}, {"31520V1", 3}, {"31524", 3},   {"31410", 5},
