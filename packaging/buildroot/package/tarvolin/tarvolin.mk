@@ -1,0 +1,15 @@
+################################################################################
+#
+# tarvolin
+#
+################################################################################
+
+# The sources have no public address yet, and no public licence: they are taken from a folder of yours.
+TARVOLIN_VERSION = 0.1.0
+TARVOLIN_SITE = $(call qstrip,$(BR2_PACKAGE_TARVOLIN_SOURCE))
+TARVOLIN_SITE_METHOD = local
+TARVOLIN_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build
+TARVOLIN_DEPENDENCIES = libcurl mtd
+TARVOLIN_CONF_OPTS = -DTARVOLIN_TESTS=OFF -DTARVOLIN_TOOLS=OFF -DTARVOLIN_HARDENED=ON
+
+$(eval $(cmake-package))

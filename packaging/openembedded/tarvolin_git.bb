@@ -1,0 +1,40 @@
+# For kirkstone and later. Not built by this project's own tests: those configure with the flags below, no more.
+#
+# The sources have no public address and no public licence yet. Say where yours are, in local.conf or a .bbappend, by one of
+#   TARVOLIN_URI = "git://git.example.com/tarvolin.git;protocol=ssh;branch=main"    and SRCREV:pn-tarvolin
+#   INHERIT += "externalsrc"
+#   EXTERNALSRC:pn-tarvolin = "/path/to/tarvolin"
+# and, when you know the licence, LICENSE and LIC_FILES_CHKSUM.
+SUMMARY = "Firmware updater for cellular modules on raw NAND flash"
+SECTION = "base"
+LICENSE = "CLOSED"
+
+TARVOLIN_URI ?= ""
+SRC_URI = "${TARVOLIN_URI}"
+PV = "0.1.0+git"
+S = "${WORKDIR}/git"
+
+python () {
+    if not d.getVar("TARVOLIN_URI") and not d.getVar("EXTERNALSRC"):
+        raise bb.parse.SkipRecipe("say where the sources are: TARVOLIN_URI or EXTERNALSRC")
+}
+
+DEPENDS = "curl"
+inherit cmake
+
+EXTRA_OECMAKE = "-DTARVOLIN_TESTS=OFF -DTARVOLIN_HARDENED=ON"
+
+# PACKAGECONFIG:append:pn-tarvolin = " tools" builds tarv-watch, tarv-pkg and tarv-store, too (cli11 is in meta-oe);
+# " static-runtime" makes an updater that needs no libstdc++.so.
+PACKAGECONFIG ?= ""
+PACKAGECONFIG[tools] = "-DTARVOLIN_TOOLS=ON,-DTARVOLIN_TOOLS=OFF,cli11"
+PACKAGECONFIG[static-runtime] = "-DTARVOLIN_STATIC_RUNTIME=ON,-DTARVOLIN_STATIC_RUNTIME=OFF"
+
+PACKAGES =+ "${PN}-watch ${PN}-tools"
+FILES:${PN}-watch = "${bindir}/tarv-watch"
+FILES:${PN}-tools = "${bindir}/tarv-pkg ${bindir}/tarv-store"
+FILES:${PN} += "${datadir}/bash-completion"
+
+# What a run calls: see docs/integration.md. Without ubinfo a /data in use would pass for released.
+RDEPENDS:${PN} = "mtd-utils-ubifs psmisc"
+RRECOMMENDS:${PN} = "ca-certificates"
