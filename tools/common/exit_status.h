@@ -6,4 +6,8 @@ constexpr int kDone = 0;
 constexpr int kRefused = 1;  // refused, a fault found, or an input or output error
 constexpr int kWrongUsage = 2;
 
+// Those of a comparison, as diff(1) has them; without a difference kDone.
+constexpr int kDifferent = 1;
+constexpr int kTrouble = 2;  // all that is kRefused or kWrongUsage elsewhere
+
 #endif

@@ -24,4 +24,14 @@ inline std::string in_quotes(std::string_view text) {
   return '"' + std::string(text) + '"';
 }
 
+// Does `work`; a refusal that comes out of it gets `place` in front.
+template <typename Work>
+void in_place(const std::string& place, const Work& work) {
+  try {
+    work();
+  } catch (const refusal& fault) {
+    throw refusal(place + fault.what());
+  }
+}
+
 #endif

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <exception>
 
-#include "tools/common/exit_status.h"
 #include "tools/common/interruption.h"
 #include "tools/common/printable.h"
 
-int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[]) {
+int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[], int on_fault) {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
   note_interruptions();
@@ -16,6 +15,6 @@ int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, ch
     return work(argc, argv);
   } catch (const std::exception& fault) {
     fprintf(stderr, "%s: %s\n", name, printable(fault.what()).c_str());
-    return kRefused;
+    return on_fault;
   }
 }

@@ -2,9 +2,12 @@
 #ifndef TARVOLIN_TOOLS_COMMON_TOOL_MAIN_H
 #define TARVOLIN_TOOLS_COMMON_TOOL_MAIN_H
 
+#include "tools/common/exit_status.h"
+
 // Runs `work` with signals seen to: those that ask for an end leave a note (was_interrupted), a reader that
 // has gone and a file past the user's limit come back as failed writes. An exception is told on standard
-// error in one line that begins with `name`. Returns what `work` returns, or kRefused after an exception.
-[[nodiscard]] int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[]);
+// error in one line that begins with `name`. Returns what `work` returns, or `on_fault` after an exception.
+[[nodiscard]] int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[],
+                           int on_fault = kRefused);
 
 #endif

@@ -6,7 +6,7 @@
 #include "package/crc32.h"
 #include "package/head_rules.h"
 #include "tools/common/printable.h"
-#include "tools/common/refusal.h"
+#include "tools/common/progress.h"
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/package_file.h"
 
@@ -41,40 +41,41 @@ void check_head_crc(const package_head& head) {
                 in_hex(computed));
 }
 
-// Reads on behind the head.
-void check_data(const package_head& head, input_file& file) {
-  for (uint32_t i = 0; i < head.image_num; ++i) {
-    const package_entry& entry = head.images[i];
-    const uint32_t computed = pass_data(file, entry.size, [](const void*, size_t) {});
-    if (computed == entry.crc) continue;
-    throw refusal("image " + std::to_string(i) + ", " + in_quotes(field_text(entry.name)) +
-                  ": the data are damaged: crc is " + in_hex(entry.crc) + ", the data give " +
-                  in_hex(computed));
-  }
-}
+}  // namespace
 
-// In the order of the updater's head check.
-void check_all(const package_head& head, input_file& file) {
+// This and what follows in the order of the updater's head check.
+void check_shape(const package_head& head, uint64_t file_length) {
   check_magic(head);
   check_image_count(head.image_num);
-  check_length(head, file.size());
+  check_length(head, file_length);
+}
+
+void check_head(const package_head& head, uint64_t file_length) {
+  check_shape(head, file_length);
   check_head_size(head);
   check_head_crc(head);
   check_entries(head);
-  check_data(head, file);
 }
 
-}  // namespace
+void check_data_crc(const package_head& head, uint32_t i, uint32_t computed) {
+  if (computed == head.images[i].crc) return;
+  throw image_refusal(
+      head, i,
+      "the data are damaged: crc is " + in_hex(head.images[i].crc) + ", the data give " + in_hex(computed));
+}
 
 void check_package(const std::string& path) {
   crc32_init_table();
   input_file file(path);
   const package_head head = read_head(file);
-  try {
-    check_all(head, file);
-  } catch (const refusal& fault) {
-    throw refusal(in_quotes(path) + ": " + fault.what());
-  }
+  in_place(in_quotes(path) + ": ", [&] {
+    check_head(head, file.size());
+    progress done("checked", file.size() - kPackageHeadSize);
+    for (uint32_t i = 0; i < head.image_num; ++i) {
+      const auto count = [&](const void*, size_t length) { done.add(length); };
+      check_data_crc(head, i, pass_data(file, head.images[i].size, count));
+    }
+  });
   printf("OK: version %s, images %u, bytes %" PRIu64 "\n", printable(field_text(head.img_version)).c_str(),
          head.image_num, file.size());
 }

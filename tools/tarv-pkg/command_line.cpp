@@ -1,14 +1,18 @@
 #include "tools/tarv-pkg/command_line.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cstdio>
+#include <optional>
+#include <sstream>
 
 #include "store/partition_groups.h"
 #include "tools/common/printable.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/create.h"
+#include "tools/tarv-pkg/diff.h"
+#include "tools/tarv-pkg/extract.h"
+#include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/partition_names.h"
 #include "tools/tarv-pkg/show.h"
 
@@ -16,10 +20,11 @@ namespace {
 
 // The words of the command line, as they were given.
 struct words {
-  package_order order;
+  std::optional<std::string> manifest, version, major_version, minor_version;
   std::vector<std::string> images;
   std::vector<std::string> saved_names;
-  std::string file;
+  std::string file, other_file;
+  std::string output;
   bool as_json = false;
 };
 
@@ -32,67 +37,104 @@ std::pair<std::string, std::string> divide(const std::string& form, const std::s
   return {word.substr(0, at), word.substr(at + 1)};
 }
 
-// Always decimal: the parser by itself takes a leading zero for the mark of an octal number.
-CLI::Option* add_number(CLI::App& command, const std::string& name, uint16_t& number, const char* text) {
-  const auto read = [name, &number](const std::string& word) {
-    const char* const end = word.data() + word.size();
-    const auto [stopped, error] = std::from_chars(word.data(), end, number);
-    if (error == std::errc() && stopped == end) return;
-    throw CLI::ValidationError(name, in_quotes(word) + " is not a number from 0 to 65535");
-  };
-  return command.add_option_function<std::string>(name, read, text)->type_name("N");
+std::string number_fault(const std::string& word) {
+  return version_number(word) ? "" : in_quotes(word) + " is not a number from 0 to 65535";
+}
+
+// Words in indented lines that fit a screen.
+std::string folded(const std::string& words) {
+  std::string text;
+  size_t columns = 80;
+  std::istringstream rest(words);
+  for (std::string word; rest >> word; columns += 1 + word.size()) {
+    if (columns + 1 + word.size() > 78) {
+      text += text.empty() ? " " : "\n ";
+      columns = 1;
+    }
+    text += ' ' + word;
+  }
+  return text;
 }
 
 void add_create(CLI::App& app, words& given) {
   CLI::App& create = *app.add_subcommand("create", "Make a package from image files");
-  create.add_option("--version", given.order.version, "Version text; begins with the project id, as 31406")
-      ->required()
+  create.add_option("-o,--output", given.output, "Package file to make")->required()->type_name("FILE");
+  create.add_option("--manifest", given.manifest, "Take images and version from this text file")
+      ->type_name("FILE");
+  create.add_option("--version", given.version, "Version text, begins with the project id")
       ->type_name("TEXT");
-  create.add_option("--output", given.order.output, "Package file to make")->required()->type_name("FILE");
-  add_number(create, "--major", given.order.major_version, "Major version number, default 0");
-  add_number(create, "--minor", given.order.minor_version, "Minor version number, default 0");
+  create.add_option("--major", given.major_version, "Major version number, default 0")
+      ->type_name("N")
+      ->check(number_fault);
+  create.add_option("--minor", given.minor_version, "Minor version number, default 0")
+      ->type_name("N")
+      ->check(number_fault);
   // One value each: otherwise the parser takes the images behind it for more of them.
-  create.add_option("--save-as", given.saved_names, "Name for the image on the module; may be repeated")
+  create.add_option("--save-as", given.saved_names, "Name on the module; may be repeated")
       ->type_name("PARTITION=NAME")
       ->allow_extra_args(false);
   create.add_option("images", given.images, "Images in package order")->type_name("PARTITION=FILE");
-  create.footer("Partitions:\n  store group:    " + names_in_group(kStoreGroup) + "\n  file group:     " +
-                names_in_group(kFileGroup) + "\n  recovery group: " + names_in_group(kRecoveryGroup) +
-                " (only in a package of their own)");
+  create.footer("Partitions:\n" + folded(names_in_group(kStoreGroup) + ' ' + names_in_group(kFileGroup)) +
+                "\nIn a package of their own: " + names_in_group(kRecoveryGroup));
 }
 
-void add_show(CLI::App& app, words& given) {
-  CLI::App& show = *app.add_subcommand("show", "Print what the head of a package says");
-  show.add_flag("--json", given.as_json, "Print it as JSON");
-  show.add_option("file", given.file, "Package")->required()->type_name("FILE");
+CLI::App& add_reader(CLI::App& app, const char* name, const char* text, words& given) {
+  CLI::App& command = *app.add_subcommand(name, text);
+  command.add_option("file", given.file, "Package")->required()->type_name("FILE");
+  return command;
 }
 
-void add_check(CLI::App& app, words& given) {
-  CLI::App& check = *app.add_subcommand("check", "Tell whether the updater would take a package");
-  check.add_option("file", given.file, "Package")->required()->type_name("FILE");
+void add_readers(CLI::App& app, words& given) {
+  CLI::App& show = add_reader(app, "show", "Print what the head of a package says", given);
+  add_reader(app, "check", "Tell whether the updater would take a package", given);
+  CLI::App& diff = add_reader(app, "diff", "Tell what differs between two packages", given);
+  diff.add_option("other", given.other_file, "Package to compare it with")->required()->type_name("FILE");
+  diff.footer("Exit status: 0 the same, 1 different, 2 trouble");
+  for (CLI::App* const command : {&show, &diff})
+    command->add_flag("--json", given.as_json, "Print it as JSON");
+  add_reader(app, "extract", "Write images and a manifest into a folder", given)
+      .add_option("-o,--output", given.output, "Folder, made if it is not there")
+      ->required()
+      ->type_name("FOLDER");
 }
 
-// Behind the last "/", the name of the file itself.
-std::string base_name(const std::string& path) {
-  return path.substr(path.rfind('/') + 1);
-}
-
-// Makes the order's images from the words on the command line.
-void take_images(words& given) {
+void take_images(const words& given, package_order& order) {
   for (const std::string& word : given.images) {
     const auto [partition, path] = divide("PARTITION=FILE", word);
-    given.order.images.push_back({partition, path, base_name(path)});
+    order.images.push_back({{partition, {}}, {path, {}}, {}});
   }
   for (const std::string& word : given.saved_names) {
     const auto [partition, name] = divide("PARTITION=NAME", word);
     bool found = false;
-    for (image_order& image : given.order.images) {
-      if (image.partition != partition) continue;
-      image.saved_name = name;
+    for (image_order& image : order.images) {
+      if (image.partition.text != partition) continue;
+      image.saved_name.text = name;
       found = true;
     }
     if (!found) throw CLI::ValidationError("--save-as", "no image for partition " + in_quotes(partition));
   }
+}
+
+// What the command line gives counts more than what the manifest gives.
+void take_word(const std::optional<std::string>& word, told& into) {
+  if (word) into = {*word, {}};
+}
+
+package_order order_of(const words& given) {
+  package_order order;
+  if (given.manifest) {
+    if (!given.images.empty() || !given.saved_names.empty()) throw CLI::ExcludesError("--manifest", "images");
+    order = read_manifest(*given.manifest);
+  } else {
+    take_images(given, order);
+  }
+  if (!given.version && !order.version.is_told())
+    throw CLI::RequiredError("--version, here or in a manifest,");
+  take_word(given.version, order.version);
+  take_word(given.major_version, order.major_version);
+  take_word(given.minor_version, order.minor_version);
+  order.output = given.output;
+  return order;
 }
 
 // The parser takes the next word for the value of an option written as "--version=", which an unset variable
@@ -106,33 +148,37 @@ void check_values(int argc, char* argv[]) {
   }
 }
 
-void do_job(const CLI::App& app, words& given) {
-  if (app.got_subcommand("create")) create_package(given.order);
+int do_job(const CLI::App& app, const words& given) {
+  if (app.got_subcommand("create")) create_package(order_of(given));
   if (app.got_subcommand("show")) show_package(given.file, given.as_json);
   if (app.got_subcommand("check")) check_package(given.file);
+  if (app.got_subcommand("extract")) extract_package(given.file, given.output);
+  if (!app.got_subcommand("diff")) return kDone;
+  return diff_packages(given.file, given.other_file, given.as_json) ? kDifferent : kDone;
 }
 
 }  // namespace
 
 int run_command_line(int argc, char* argv[]) {
-  CLI::App app("Makes, shows and checks firmware packages.", "tarv-pkg");
+  CLI::App app("Makes, shows, checks, compares and takes apart firmware packages.", "tarv-pkg");
   words given;
-  app.set_version_flag("-V,--tool-version", "tarv-pkg " TARVOLIN_VERSION);
+  app.set_version_flag("-V,--version", "tarv-pkg " TARVOLIN_VERSION);
   app.require_subcommand(1);  // exactly one: a package may well be called "show"
+  add_create(app, given);
+  add_readers(app, given);
+  // Behind the jobs, which would take it over.
   app.footer(
       "Example:\n"
-      "  tarv-pkg create --version 31406-1.2.0 --output package.img boot=boot.img system=system.img\n"
+      "  tarv-pkg create --version 31406-1.2 -o package.img boot=boot.img tz=tz.img\n"
       "Exit status:\n"
-      "  0 done; 1 refused, a fault found, or a file that cannot be read or written; 2 wrong usage");
-  add_create(app, given);
-  add_show(app, given);
-  add_check(app, given);
+      "  0 done; 1 refused, a fault found, or a file that cannot be read or written;\n"
+      "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble");
   try {
     check_values(argc, argv);
     app.parse(argc, argv);
-    take_images(given);
+    return do_job(app, given);
   } catch (const CLI::CallForHelp&) {
-    puts(app.help().c_str());
+    fputs(app.help().c_str(), stdout);
     return kDone;
   } catch (const CLI::CallForVersion& version) {
     puts(version.what());
@@ -142,6 +188,4 @@ int run_command_line(int argc, char* argv[]) {
             printable(error.what()).c_str());
     return kWrongUsage;
   }
-  do_job(app, given);
-  return kDone;
 }

@@ -1,15 +1,16 @@
 #include "tools/tarv-pkg/create.h"
 
-#include <sys/stat.h>
-
+#include <charconv>
 #include <cstdio>
 #include <deque>
+#include <filesystem>
 
 #include "package/crc32.h"
 #include "package/format.h"
 #include "package/head_rules.h"
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/common/progress.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/input_file.h"
@@ -20,31 +21,46 @@ constexpr char kUnusedEntryName[] = "system";
 
 // Puts a text into its field of the head; `what` and `advice` are for the case that it does not fit.
 template <size_t N>
-void put_text(char (&field)[N], const std::string& text, const std::string& what, const std::string& advice) {
-  if (holds_control_character(text)) throw refusal(what + " holds a control character; " + advice);
+void put_text(char (&field)[N], const told& word, const std::string& what, const std::string& advice) {
+  const std::string& text = word.text;
+  if (holds_control_character(text)) {
+    throw refusal(word.place + what + " holds a control character; " + advice);
+  }
   if (text.size() >= N) {
-    throw refusal(what + " is " + std::to_string(text.size()) + " bytes long, the head has room for " +
-                  std::to_string(N - 1) + "; " + advice);
+    throw refusal(word.place + what + " is " + std::to_string(text.size()) +
+                  " bytes long, the head has room for " + std::to_string(N - 1) + "; " + advice);
   }
   memcpy(field, text.data(), text.size());
 }
 
 void put_entry(package_entry& entry, const image_order& image) {
-  check_partition_name(image.partition);
-  put_text(entry.name, image.partition, "partition " + in_quotes(image.partition), "shorten it");
-  put_text(entry.file_name, image.saved_name,
-           "the saved name " + in_quotes(image.saved_name) + " of partition " + in_quotes(image.partition),
-           "choose another one with --save-as " + image.partition + "=NAME");
+  const std::string& partition = image.partition.text;
+  in_place(image.partition.place, [&] { check_partition_name(partition); });
+  put_text(entry.name, image.partition, "partition " + in_quotes(partition), "shorten it");
+  const told of_file = {std::filesystem::path(image.path.text).filename(), image.path.place};
+  const told& saved = image.saved_name.is_told() ? image.saved_name : of_file;
+  put_text(entry.file_name, saved,
+           "the saved name " + in_quotes(saved.text) + " of partition " + in_quotes(partition),
+           "choose another one with save-as");
+}
+
+uint16_t number_of(const told& word) {
+  if (!word.is_told()) return 0;
+  const std::optional<uint16_t> number = version_number(word.text);
+  if (!number) throw refusal(word.place + in_quotes(word.text) + " is not a number from 0 to 65535");
+  return *number;
 }
 
 // The head but for sizes and CRCs.
 package_head plan_head(const package_order& order) {
   check_image_count(order.images.size());
-  if (order.version.empty()) throw refusal("the version text is empty; begin it with the project id");
+  if (order.version.text.empty()) {
+    throw refusal(order.version.place + "the version text is empty; begin it with the project id");
+  }
   package_head head = {};
   head.magic = TARV_PACKAGE_MAGIC;
-  head.major_version = order.major_version;
-  head.minor_version = order.minor_version;
+  head.major_version = number_of(order.major_version);
+  head.minor_version = number_of(order.minor_version);
   put_text(head.img_version, order.version, "the version text", "shorten or correct it");
   head.meta_hdr_sz = kPackageHeadSize;
   head.image_num = static_cast<uint16_t>(order.images.size());
@@ -59,19 +75,30 @@ package_head plan_head(const package_order& order) {
 std::deque<input_file> open_images(const package_order& order, package_head& head) {
   std::deque<input_file> files;
   uint64_t length = kPackageHeadSize;
-  for (const image_order& image : order.images) length += files.emplace_back(image.path).size();
+  for (const image_order& image : order.images) {
+    in_place(image.path.place, [&] { length += files.emplace_back(image.path.text).size(); });
+  }
   check_total_length(length);
   for (uint32_t i = 0; i < head.image_num; ++i) head.images[i].size = static_cast<uint32_t>(files[i].size());
   return files;
 }
 
+// With the place of the image that has the fault.
+void check_table(const package_order& order, const package_head& head) {
+  try {
+    check_entries(head);
+    check_no_partition_twice(head);
+  } catch (const image_refusal& fault) {
+    throw refusal(order.images[fault.image].partition.place + fault.what());
+  }
+}
+
 // Keeps a slip of the pen from replacing an image by a package.
 void check_output(const std::string& path, const std::deque<input_file>& files) {
   check_output_path(path);
-  struct stat found = {};
-  if (lstat(path.c_str(), &found) != 0) return;
   for (const input_file& file : files) {
-    if (file.is(found)) throw refusal(in_quotes(path) + " is one of the image files; choose another output");
+    if (file.has_name(path))
+      throw refusal(in_quotes(path) + " is one of the image files; choose another output");
   }
 }
 
@@ -91,9 +118,13 @@ void warn_of_doubts(const package_head& head) {
 }
 
 void write_package(package_head& head, std::deque<input_file>& files, output_file& out) {
+  progress done("packed", package_length(head) - kPackageHeadSize);
   out.write(&head, sizeof head);  // holds the place until the CRCs are known
   for (uint32_t i = 0; i < head.image_num; ++i) {
-    const auto append = [&](const void* data, size_t length) { out.write(data, length); };
+    const auto append = [&](const void* data, size_t length) {
+      out.write(data, length);
+      done.add(length);
+    };
     head.images[i].crc = pass_data(files[i], head.images[i].size, append);
     files[i].expect_end();
   }
@@ -103,11 +134,18 @@ void write_package(package_head& head, std::deque<input_file>& files, output_fil
 
 }  // namespace
 
+std::optional<uint16_t> version_number(const std::string& word) {
+  uint16_t number = 0;
+  const char* const end = word.data() + word.size();
+  const auto [stopped, error] = std::from_chars(word.data(), end, number);
+  if (error != std::errc() || stopped != end) return std::nullopt;
+  return number;
+}
+
 void create_package(const package_order& order) {
   package_head head = plan_head(order);
   std::deque<input_file> files = open_images(order, head);
-  check_entries(head);
-  check_no_partition_twice(head);
+  check_table(order, head);
   check_output(order.output, files);
   warn_of_doubts(head);
   output_file out(order.output);

@@ -3,22 +3,33 @@
 #define TARVOLIN_TOOLS_TARV_PKG_CREATE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+// A word of the user.
+struct told {
+  std::string text;
+  std::string place;  // where it stands in a manifest, to begin a refusal with: "FILE:LINE: "
+
+  bool is_told() const { return !text.empty() || !place.empty(); }
+};
+
 struct image_order {
-  std::string partition;
-  std::string path;        // file with the image's data
-  std::string saved_name;  // name under which the updater saves a file-group image
+  told partition;
+  told path;        // file with the image's data
+  told saved_name;  // name under which the updater saves a file-group image; not told: that of the file
 };
 
 struct package_order {
-  std::string version;
+  told version;
+  told major_version, minor_version;  // 0 when not told
   std::string output;
-  uint16_t major_version = 0;
-  uint16_t minor_version = 0;
   std::vector<image_order> images;  // in package order
 };
+
+// The number that the whole of `word` is, in decimal; nothing when it does not fit.
+[[nodiscard]] std::optional<uint16_t> version_number(const std::string& word);
 
 // Writes the package; image data is streamed. Throws a refusal, with no file made or changed, when the
 // updater would not take the package or a file cannot be read or written. Doubts go to standard error.

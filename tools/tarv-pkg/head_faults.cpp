@@ -1,20 +1,12 @@
 #include "tools/tarv-pkg/head_faults.h"
 
-#include <string>
-
 #include "main/run/result_files.h"
 #include "package/head_rules.h"
 #include "store/head_record.h"
 #include "store/partition_groups.h"
-#include "tools/common/refusal.h"
 #include "tools/tarv-pkg/partition_names.h"
 
 namespace {
-
-// How a sentence about entry `i` begins.
-std::string entry_of(const package_head& head, uint32_t i) {
-  return "image " + std::to_string(i) + ", " + in_quotes(field_text(head.images[i].name)) + ": ";
-}
 
 int group_of(const package_head& head, uint32_t i) {
   return vexo_tarv_get_pt_type(field_text(head.images[i].name));
@@ -38,11 +30,14 @@ void check_entry(const package_head& head, uint32_t i) {
       check_partition_name(field_text(head.images[i].name));
       break;
     case entry_fault::misplaced_recovery:
-      throw refusal(entry_of(head, i) + "a recovery-group image follows an image of another group; " +
-                    "put these into a package of their own: " + names_in_group(kRecoveryGroup));
+      throw image_refusal(head, i,
+                          "a recovery-group image follows an image of another group; "
+                          "put these into a package of their own: " +
+                              names_in_group(kRecoveryGroup));
     case entry_fault::file_name:
-      throw refusal(entry_of(head, i) + "the saved name " + in_quotes(field_text(head.images[i].file_name)) +
-                    " " + file_name_reason(head, i) + "; choose another one with --save-as");
+      throw image_refusal(head, i,
+                          "the saved name " + in_quotes(field_text(head.images[i].file_name)) + " " +
+                              file_name_reason(head, i) + "; choose another one with save-as");
     case entry_fault::none:
       break;
   }
@@ -70,8 +65,10 @@ void check_recovery_package(const package_head& head) {
   if (group_of(head, 0) != kRecoveryGroup) return;
   for (uint32_t i = 1; i < head.image_num; ++i) {
     if (group_of(head, i) == kRecoveryGroup) continue;
-    throw refusal(entry_of(head, i) + "a package that begins with a recovery-group image takes no others; " +
-                  "put these into a package of their own: " + names_in_group(kRecoveryGroup));
+    throw image_refusal(head, i,
+                        "a package that begins with a recovery-group image takes no others; "
+                        "put these into a package of their own: " +
+                            names_in_group(kRecoveryGroup));
   }
 }
 
@@ -80,14 +77,19 @@ void check_repetitions(const package_head& head, bool in_store_too) {
     if (group_of(head, i) == kStoreGroup && !in_store_too) continue;
     for (uint32_t k = 0; k < i; ++k) {
       if (field_text(head.images[i].name) != field_text(head.images[k].name)) continue;
-      throw refusal(entry_of(head, i) +
-                    "the partition is named twice, and this image would overwrite image " +
-                    std::to_string(k) + "; leave one of them out");
+      throw image_refusal(head, i,
+                          "the partition is named twice, and this image would overwrite image " +
+                              std::to_string(k) + "; leave one of them out");
     }
   }
 }
 
 }  // namespace
+
+image_refusal::image_refusal(const package_head& head, uint32_t i, const std::string& fault)
+    : refusal("image " + std::to_string(i) + ", " + in_quotes(field_text(head.images[i].name)) + ": " +
+              fault),
+      image(i) {}
 
 void check_image_count(uint64_t image_num) {
   if (image_num <= kMaxImages) return;

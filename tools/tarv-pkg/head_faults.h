@@ -7,9 +7,17 @@
 #define TARVOLIN_TOOLS_TARV_PKG_HEAD_FAULTS_H
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "package/format.h"
+#include "tools/common/refusal.h"
+
+// A refusal for the sake of one image of the table.
+struct image_refusal : refusal {
+  image_refusal(const package_head& head, uint32_t i, const std::string& fault);
+  uint32_t image;
+};
 
 // The updater reads the announced length as a signed 32-bit number.
 constexpr uint64_t kMaxPackageLength = 2147483647;
@@ -18,7 +26,8 @@ void check_image_count(uint64_t image_num);
 void check_total_length(uint64_t length);
 void check_partition_name(std::string_view name);
 
-// What the updater demands of the image table. Needs `image_num` of at most kMaxImages.
+// What the updater demands of the image table. Needs `image_num` of at most kMaxImages. A fault of one image
+// is an image_refusal; so is that of check_no_partition_twice.
 void check_entries(const package_head& head);
 // One image at most for each partition: more than the updater demands, which takes a partition twice if it is
 // of the store group. Needs `image_num` of at most kMaxImages.

@@ -1,6 +1,7 @@
 #include "tools/tarv-pkg/input_file.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
@@ -22,8 +23,10 @@ input_file::input_file(const std::string& path)
   if (!regular) throw refusal(in_quotes(path) + " is not a regular file; give the name of one");
 }
 
-bool input_file::is(const struct stat& other) const {
-  return opened_as_.st_dev == other.st_dev && opened_as_.st_ino == other.st_ino;
+bool input_file::has_name(const std::string& path) const {
+  struct stat other = {};
+  return lstat(path.c_str(), &other) == 0 && opened_as_.st_dev == other.st_dev &&
+         opened_as_.st_ino == other.st_ino;
 }
 
 size_t input_file::read_some(void* data, size_t length) {
@@ -45,6 +48,11 @@ void input_file::read(void* data, size_t length) {
     out += n;
     length -= n;
   }
+}
+
+void input_file::seek(uint64_t offset) {
+  const auto wanted = static_cast<off_t>(offset);
+  if (lseek(fd_.get(), wanted, SEEK_SET) != wanted) throw system_refusal("cannot read " + in_quotes(path_));
 }
 
 void input_file::expect_end() {

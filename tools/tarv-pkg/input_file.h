@@ -1,4 +1,4 @@
-// A regular file that is read once, from its start to its end.
+// A regular file that is read piece by piece.
 #ifndef TARVOLIN_TOOLS_TARV_PKG_INPUT_FILE_H
 #define TARVOLIN_TOOLS_TARV_PKG_INPUT_FILE_H
 
@@ -21,12 +21,14 @@ class input_file {
   const std::string& path() const { return path_; }
   // Bytes in the file when it was opened.
   uint64_t size() const { return static_cast<uint64_t>(opened_as_.st_size); }
-  // True when `other` describes this very file.
-  bool is(const struct stat& other) const;
+  // True when `path` is a name of this very file.
+  bool has_name(const std::string& path) const;
 
   // Reads exactly `length` bytes: a file that ends before them has changed since it was opened. Refuses to go
   // on after a signal has asked the tool to end.
   void read(void* data, size_t length);
+  // Goes on reading at `offset`.
+  void seek(uint64_t offset);
   // Makes sure that nothing follows the bytes read.
   void expect_end();
 

@@ -1,5 +1,6 @@
 // tarv-pkg: the package maker's tool.
 #include <cstdio>
+#include <string_view>
 
 #include "tools/common/refusal.h"
 #include "tools/common/tool_main.h"
@@ -16,5 +17,7 @@ int run(int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  return run_tool("tarv-pkg", run, argc, argv);
+  // Options before the job end the work, so the job's word is the first one.
+  const bool compares = argc > 1 && std::string_view(argv[1]) == "diff";
+  return run_tool("tarv-pkg", run, argc, argv, compares ? kTrouble : kRefused);
 }

@@ -71,22 +71,23 @@ void do_job(const CLI::App& app, const words& given, FILE* out) {
 }  // namespace
 
 int run_command_line(int argc, char* argv[], FILE* out) {
-  CLI::App app("Shows, verifies and draws a store, and takes images out of it. Never writes to flash.",
+  CLI::App app("Shows, verifies and draws a store, takes out images; never writes to flash.",
                "tarv-store");
   words given;
   app.set_version_flag("-V,--version", "tarv-store " TARVOLIN_VERSION);
   app.require_subcommand(1);
   app.footer(
-      "Dumps are made on the module with nanddump --bb=padbad -f NAME.bin; NAME.bad may list\n"
-      "the numbers of bad blocks, one a line.\n"
+      "Dumps are made on the module with nanddump --bb=padbad -f NAME.bin; NAME.bad\n"
+      "may list the numbers of bad blocks, one a line.\n"
       "Exit status:\n"
-      "  0 done; 1 a fault found, or something that cannot be read or written; 2 wrong usage");
+      "  0 done; 1 a fault found, or something that cannot be read or written;\n"
+      "  2 wrong usage");
   add_source(app, given);
   add_commands(app, given);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    fprintf(out, "%s\n", app.help().c_str());
+    fputs(app.help().c_str(), out);
     return kDone;
   } catch (const CLI::CallForVersion& version) {
     fprintf(out, "%s\n", version.what());

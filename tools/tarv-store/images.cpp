@@ -5,6 +5,7 @@
 #include "package/crc32.h"
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/common/progress.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/source.h"
 #include "tools/tarv-store/store_view.h"
@@ -24,12 +25,21 @@ void check_crc(const store_head_record& record, uint32_t i, uint32_t computed) {
                 in_hex(computed));
 }
 
+// Bytes of the stream in all partitions.
+uint64_t stream_length(const store_view& store) {
+  uint64_t length = 0;
+  for (const store_partition& partition : store.partitions) length += partition.bytes;
+  return length;
+}
+
 std::vector<uint32_t> stream_crcs(const store_view& store) {
+  progress done("verified", stream_length(store));
   std::vector<uint32_t> crcs(store.record.image_num, kCrcStart);
   walk_stream(store, [&](const stream_block& block) {
     cut_images(store.record, block, [&](uint32_t image, const uint8_t* data, size_t length) {
       crcs[image] = crc32_update(crcs[image], data, length);
     });
+    done.add(block.length);
     return true;
   });
   return crcs;
@@ -84,12 +94,14 @@ uint32_t find_image(const store_head_record& record, const std::string& wanted) 
 uint32_t copy_image(const store_view& store, uint32_t wanted, output_file& out) {
   uint32_t crc = kCrcStart;
   uint64_t left = store.record.images[wanted].size;
+  progress done("extracted", left);
   walk_stream(store, [&](const stream_block& block) {
     cut_images(store.record, block, [&](uint32_t image, const uint8_t* data, size_t length) {
       if (image != wanted) return;
       crc = crc32_update(crc, data, length);
       out.write(data, length);
       left -= length;
+      done.add(length);
     });
     return left > 0;
   });

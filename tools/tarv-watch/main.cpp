@@ -54,12 +54,12 @@ int follow(int argc, char* argv[]) {
   const CLI::Option* dir =
       app.add_option("--dir", order.dir, "Run directory, default " TARV_RUN_DIR)->type_name("DIR");
   const CLI::Option* pid_file =
-      app.add_option("--pid-file", order.pid_file, "The updater's pid file, to tell whether it still runs")
+      app.add_option("--pid-file", order.pid_file, "The updater's pid file: tells whether it runs")
           ->type_name("FILE");
-  app.add_option("--wait", order.wait_seconds, "Seconds to wait for a run to begin, default: for ever")
+  app.add_option("--wait", order.wait_seconds, "Seconds to wait for a run, default: for ever")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 1e9).description(""));
-  app.add_flag("--new", order.only_new, "Wait for a run that begins after the start of the watch");
+  app.add_flag("--new", order.only_new, "Wait for a run that begins from now on");
   app.add_flag("--json", as_json, "Print one JSON object a line for each change");
   app.set_version_flag("-V,--version", "tarv-watch " TARVOLIN_VERSION);
   app.footer(kFooter);
