@@ -38,7 +38,7 @@ def fields(table, data):
     """What a table of offsets finds in `data`, and its length; its fields have to follow each other without a gap."""
     values, at = {}, 0
     for offset, size, name in re.findall(r"^\| (\d+) \| (\d+) \| `?([\w\[\]]+)", table, re.M):
-        assert int(offset) == at, name
+        assert int(offset) == at and name not in values, name
         piece, at = data[at:at + int(size)], at + int(size)
         is_text = name in ("img_version", "name", "file_name")
         values[name] = piece.partition(b"\0")[0].decode() if is_text else int.from_bytes(piece, "little")
