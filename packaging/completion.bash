@@ -8,8 +8,7 @@ _tarv_help() {
     { sub(/, +-/, ",-") }
     /^([^ ].*:)?$/ { section = tolower($0); next }
     section == "partitions:" {
-      sub(/^.* group: /, "")
-      sub(/\(.*/, "")
+      sub(/^.*: /, "")
       for (i = 1; i <= NF; i++) print "partition", $i
     }
     !/^  [^ ]/ { next }
