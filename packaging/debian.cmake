@@ -31,9 +31,10 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS bash-completion)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "tarvolin, mtd-utils")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_ENHANCES tarvolin)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "tools for tarvolin's firmware packages, runs and stores
-tarv-pkg makes, shows and checks firmware packages. tarv-watch follows a run of
-the updater. tarv-store looks at a store, on flash or in dumps of it, proves its
-checksums, and takes images out of it; it never writes to flash.")
+tarv-pkg makes, shows, checks and compares firmware packages. tarv-watch
+follows a run of the updater. tarv-store looks at a store, on flash or in
+dumps of it, proves its checksums, and takes images out of it; it never
+writes to flash.")
 
 include(CPack)
 cpack_add_component(updater GROUP updater)
