@@ -1,33 +1,16 @@
-"""tarv-pkg from the outside: what it makes, what it refuses, what it says about damaged packages.
+"""tarv-pkg from the outside, its packages held against some that are built here by independent means."""
+import json, os, pathlib, pty, random, resource, signal, struct, subprocess, tempfile, time, unittest
 
-Runs the executable of the folder TARV_BIN_DIR and compares with packages built here by independent means.
-"""
-import json
-import os
-import pathlib
-import random
-import resource
-import signal
-import struct
-import subprocess
-import tempfile
-import time
-import unittest
-import zlib
+from module import BIN_DIR
+from packages import jamcrc
 
-TOOL = os.path.join(os.path.abspath(os.environ["TARV_BIN_DIR"]), "tarv-pkg")
 LIMIT = 2**31 - 1
-
-
-def jamcrc(data):
-    return zlib.crc32(data) ^ 0xFFFFFFFF
 
 
 def package(images, version=b"31406-1.0", major=0, minor=0, magic=0x7665786F, head_size=3536, count=None):
     """A package of (name, file_name, data) images; `count` replaces their number."""
-    table = b"".join(struct.pack("<32s68sII", n, f, len(d), jamcrc(d)) for n, f, d in images)
-    count = len(images) if count is None else count
-    head = struct.pack("<IHH64sHH", magic, major, minor, version, head_size, count) + table.ljust(3456, b"\0")
+    head = struct.pack("<IHH64sHH", magic, major, minor, version, head_size, len(images) if count is None else count)
+    head += b"".join(struct.pack("<32s68sII", n, f, len(d), jamcrc(d)) for n, f, d in images).ljust(3456, b"\0")
     return head + struct.pack("<I", jamcrc(head)) + b"".join(d for _, _, d in images)
 
 
@@ -39,196 +22,257 @@ def patched(data, offset, replacement, seal=True):
 
 class TarvPkg(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
-    def run_tool(self, *args, **options):
+    def run_tool(self, *args, tool="tarv-pkg", **options):
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "cwd": self.folder, **options}
-        return subprocess.run([TOOL, *args], check=False, timeout=60, **options)
+        return subprocess.run([BIN_DIR / tool, *args], check=False, timeout=60, **options)
+
+    def refuses(self, words, *args, status=1):
+        """Ends with a sentence that has all of `words`, and after wrong usage with where to find help."""
+        run = self.run_tool(*args)
+        self.assertEqual((run.returncode, run.stdout), (status, b""), run.stderr)
+        text = run.stderr.decode().rpartition("tarv-pkg: ")[2]
+        self.assertFalse([word for word in words.split() if word not in text], text)
 
     def write(self, **files):
         for name, data in files.items():
             (self.folder / name).write_bytes(data)
 
     def contents(self):
-        return {p.name: p.read_bytes() for p in self.folder.iterdir() if p.is_file() and p.stat().st_size < 1e6}
+        return {p.name: p.is_file() and p.stat().st_size < 1e6 and p.read_bytes() for p in self.folder.iterdir()}
 
     def test_made_packages(self):
         a, b, c = random.Random(1).randbytes(65537), b"", b"123456789"
         self.write(a=a, b=b, c=c)
-        long_version, long_name = "31406" + "v" * 58, "n" * 67
+        version, name = "31406" + "v" * 58, "n" * 67
         cases = [
-            (["boot=a", "system=b", "tz=c"], {}, [(b"boot", b"a", a), (b"system", b"b", b), (b"tz", b"c", c)]),
-            (["recovery=c", "recoveryfs=./a"], {}, [(b"recovery", b"c", c), (b"recoveryfs", b"a", a)]),
-            (["modem=c", "system=c", "abl=c"], {}, [(n, b"c", c) for n in (b"modem", b"system", b"abl")]),
-            (["--major", "65535", "--minor=010", "tz=c"], {"major": 65535, "minor": 10}, [(b"tz", b"c", c)]),
-            (["--save-as", "tz=" + long_name, "--save-as=abl=x", "tz=c", "abl=b"], {},
-             [(b"tz", long_name.encode(), c), (b"abl", b"x", b)]),
-            (["--version", long_version, "tz=c"], {"version": long_version.encode()}, [(b"tz", b"c", c)]),
-        ]
-        for args, fields, images in cases:
-            with self.subTest(args=args):
-                version = [] if "--version" in args else ["--version", "31406-1.0"]
-                made = self.run_tool("create", *version, "--output", "out", *args)
-                self.assertEqual((made.returncode, made.stdout), (0, b""), made.stderr)
+            ("boot=a system=b tz=c", {}, [(b"boot", b"a", a), (b"system", b"b", b), (b"tz", b"c", c)]),
+            ("recovery=c recoveryfs=./a", {}, [(b"recovery", b"c", c), (b"recoveryfs", b"a", a)]),
+            ("--major 65535 --minor=010 tz=c", {"major": 65535, "minor": 10}, [(b"tz", b"c", c)]),
+            (f"--save-as tz={name} --save-as=abl=x tz=c abl=b", {}, [(b"tz", name.encode(), c), (b"abl", b"x", b)]),
+            (f"--version {version} modem=c system=c abl=c", {"version": version.encode()},
+             [(name, b"c", c) for name in (b"modem", b"system", b"abl")])]
+        for line, fields, images in cases:
+            with self.subTest(line=line):
+                version = "" if "--version" in line else "--version 31406-1.0 "
+                made = self.run_tool(*f"create --output out {version}{line}".split())
+                self.assertEqual((made.returncode, made.stdout, made.stderr.count(b"\n")), (0, b"", line.count("=b")))
                 expected = package(images, **fields)
                 self.assertEqual((self.folder / "out").read_bytes(), expected)
-                checked = self.run_tool("check", "out")
-                self.assertEqual(checked.returncode, 0, checked.stderr)
-                self.assertIn(b"images %d, bytes %d\n" % (len(images), len(expected)), checked.stdout)
+                checked = self.run_tool("check", "out").stdout
+                self.assertIn(b"images %d, bytes %d\n" % (len(images), len(expected)), checked)
                 shown = json.loads(self.run_tool("show", "--json", "out").stdout)
                 self.assertEqual(shown["package_length"], len(expected))
-                self.assertEqual(
-                    [(e["name"], e["file_name"], e["size"], e["crc"]) for e in shown["images"]],
-                    [(n.decode(), f.decode(), len(d), jamcrc(d)) for n, f, d in images])
-
-    def test_package_without_images(self):
-        for version, doubted in (("52703", False), ("31534-1", True), ("5270", True)):
+                self.assertEqual([(e["name"], e["file_name"], e["size"], e["crc"]) for e in shown["images"]],
+                                 [(n.decode(), f.decode(), len(d), jamcrc(d)) for n, f, d in images])
+        for version, doubted in ((b"52703", 1), (b"31534-1", 2), (b"5270", 2)):
             made = self.run_tool("create", "--version", version, "--output", "out")
-            self.assertEqual((made.returncode, b"project id" in made.stderr), (0, doubted), version)
+            self.assertEqual((made.returncode, made.stderr.count(b"warning")), (0, doubted), version)
             # The unused first entry carries a name for the updater to classify.
-            expected = patched(package([], version=version.encode()), 76, b"system")
-            self.assertEqual((self.folder / "out").read_bytes(), expected)
+            self.assertEqual((self.folder / "out").read_bytes(), patched(package([], version), 76, b"system"))
             self.assertEqual(self.run_tool("check", "out").returncode, 0)
 
+    def test_manifests(self):
+        """The same bytes from a manifest, the command line and what `extract` has made, wherever and whenever."""
+        a, b = random.Random(1).randbytes(70000), b"123456789"
+        expected = package([(b"boot", b"a b", a), (b"tz", b" x ", b), (b"abl", b"\xc3\xa4", b"")], b"31406=1", 1, 2)
+        text = b"""version = 31406=1\n\tmajor=1\n minor =\t2\n# = [comment\n\n; another\n[boot]\nfile = sub/a b
+            [ tz ]\nsave-as = " x "\nfile = "b"\n[abl]\nfile = /dev/..%s/\xc3\xa4""" % bytes(self.folder)
+        (self.folder / "sub").mkdir()
+        self.write(b=b, ä=b"", m=text, dos=b"\xef\xbb\xbf" + text.replace(b"\n", b"\r\n"), **{"sub/a b": a})
+        os.utime(self.folder / "b", (0, 0))
+        words = ["--version", "31406=1", "--major=1", "--minor=2", "boot=sub/a b", "tz=b", "abl=ä", "--save-as=tz= x "]
+        for args, options in (
+                (words, {"umask": 0}), (["--manifest", "m"], {"env": {"LC_ALL": "tr_TR.UTF-8", "TZ": "Asia/Tokyo"}}),
+                (["--manifest", "../dos"], {"cwd": self.folder / "sub", "umask": 0o77}),
+                (["--manifest", self.folder / "m"], {"cwd": "/"}), (["--manifest", "x/manifest"], {})):
+            made = self.run_tool("create", *args, "--output", self.folder / "out", **options)
+            self.assertEqual((made.returncode, made.stdout, made.stderr.count(b"\n")), (0, b"", 1), made.stderr)
+            self.assertEqual((self.folder / "out").read_bytes(), expected, args)
+            self.assertEqual(self.run_tool("extract", "out", "-o", "x").returncode, 0)
+        self.run_tool(*"create --manifest m --version 31407 --minor=3 -o out".split())
+        self.assertEqual((self.folder / "out").read_bytes()[4:16], struct.pack("<HH8s", 1, 3, b"31407"))
+        hostile = package([(b"system", b'f"\n[abl]\nfile="/etc/passwd', b"")])
+        self.write(boot=package([(b"boot", b"f", b"a")]), p=hostile)
+        for words, *files in (("is the package", "boot", "."), ('"p": control character', "p", "x"), ('"p"', "boot", "p")):
+            self.refuses(words, "extract", files[0], "-o", files[1])
+        self.assertEqual(self.contents()["p"], hostile)
+
+    def test_refused_manifests(self):
+        self.write(a=b"data", out=b"an earlier package")
+        cases = [  # behind the version: what stands in the manifest, the number of the line that is named, words
+            (b"\0" * 9, 1, "NUL"), (b"\n[tz]\nfile = a\0b", 3, "NUL"), (b"[\x1b]\nfile=a", 1, '"\\x1b" no group'),
+            (b"[", 1, "[PARTITION]"), (b"[tz] x", 1, "[PARTITION]"), (b"[]\nfile=a", 1, '"" no group'),
+            (b"[foo]\nfile = a", 1, "foo no group"), (b"[tz]\n\n[boot]\nfile=a", 1, "no line file"),
+            (b"[tz]\n\nfile = missing", 3, "No such file"), (b"[tz]\nfile = .", 2, "not a regular file"),
+            (b"[tz]\nfile=a\nsave-as = " + b"n" * 68, 3, "68 67"), (b"[tz]\nfile=" + b"n" * 5000, 2, "5000 67"),
+            (b"[tz]\nfile=a\nsave-as=b/c", 1, '"b/c" save-as'), (b'[tz]\nfile=a\nsave-as = ""', 1, "empty"),
+            (b"[tz]\nfile=a\nfile=a", 3, "twice"), (b"[tz]\nfile=a\n[tz]\nfile=a\nsave-as=b", 3, "image 1 twice"),
+            (b"[tz]\nfile=a\n[abl]\r\nfile=a", 3, '"a" earlier'), (b"[modem]\nfile=a\n" * 33, 65, "33 32"),
+            (b"[boot]\nfile=a\n[recovery]\nfile=a", 3, "recovery-group"), (b"[tz]\nmajor = 1", 2, "major file save-as"),
+            (b"file = a", 1, "file version [PARTITION]"), (b"\x1b[0m = a", 1, "\\x1b[0m"), (b"major =", 1, "no value"),
+            (b"major = 65536", 1, "65536 65535"), (b"minor = 0x1", 1, "0x1"), (b"minor = 1\r\rmajor = 1", 1, "control"),
+            (b"version = 1", 1, "twice"), (b"a" * 10**6, 1, "KEY = VALUE"), (b"#" * 2**20, -1, '"m" 1048576')]
+        for text, line, words in cases:
+            with self.subTest(text=text[:40]):
+                self.write(m=b"version = 31406\n" + text)
+                place = f"m:{line + 1}: " if line > 0 else ""
+                self.refuses(place + words, "create", "--manifest", "m", "-o", "out")
+                self.assertEqual((self.folder / "out").read_bytes(), b"an earlier package")
+        self.refuses('"missing" No such file', "create", "--manifest", "missing", "-o", "out")
+
+    def test_differences(self):
+        big = random.Random(3).randbytes(70000)
+        other = big[:4095] + bytes([big[4095] ^ 1]) + big[4096:65536] + bytes([big[65536] ^ 1]) + big[65537:]
+        boot, tz, system = (b"boot", b"f", big), (b"tz", b"g", b"abc"), (b"system", b"", big)
+        crc = {data: "0x%08x" % jamcrc(data) for data in (big, other, big + b"x", b"abc", b"x")}
+        pack, blocks = package([boot, tz, system]), "of 18 blocks of 4096 bytes\n"
+        cases = [
+            (pack, pack, "same same same", ""), (package([]), package([]), "", ""),
+            (pack, package([boot, tz, system], b"31406-\n", 1), "same same same",
+             'major_version 0 -> 1\nimg_version "31406-1.0" -> "31406-\\x0a"\n'),
+            (pack, package([system, boot, (b"abl", b"h", b"x")]), "same removed same added",
+             'order boot system -> system boot\n'
+             f'image tz: removed: index 1, file_name "g", size 3, crc {crc[b"abc"]}\n'
+             f'image abl: added: index 2, file_name "h", size 1, crc {crc[b"x"]}\n'),
+            (pack, package([(b"boot", b"F", other), tz, system]), "changed same same",
+             f'image boot: file_name "f" -> "F"\nimage boot: crc {crc[big]} -> {crc[other]}\n'
+             f"image boot: data differ from byte 4095 on, in 2 {blocks}"),
+            (package([system, system]), package([system, (b"system", b"", big + b"x")]), "same changed",
+             f"image system: size 70000 -> 70001\nimage system: crc {crc[big]} -> {crc[big + b'x']}\n"
+             f"image system: data differ from byte 70000 on, in 1 {blocks}"),
+            (pack, pack[:3530] + b"x" + pack[3531:], "same same same",
+             "header_crc32 or unused bytes of the head differ from byte 3530 on\n"),
+            (pack, pack[:3536] + b"??" + pack[3538:], "changed same same",
+             f"image boot: data differ from byte 0 on, in 1 {blocks}")]
+        for a, b, changes, expected in cases:
+            self.write(a=a, b=b)
+            runs = [self.run_tool("diff", *files) for files in ("ab", "ba", "aa")]
+            self.assertEqual([(r.returncode, bool(r.stdout)) for r in runs], [(a != b, a != b)] * 2 + [(0, False)])
+            self.assertEqual(runs[0].stdout.decode(), expected)
+            told = json.loads(self.run_tool("diff", "--json", "a", "b").stdout)
+            self.assertEqual((told["same"], " ".join(i["change"] for i in told["images"])), (a == b, changes))
+        self.write(a=pack[:-1], b=pack, c=package([], count=33))
+        for words, *files in (('"a": describes', "a", "b"), ('"c": 33 32', "b", "c"), ("missing", "b", "missing")):
+            self.refuses(words, "diff", *files, status=2)
+
     def test_refusals_leave_no_trace(self):
-        self.write(a=b"data", status=b"x", out=b"an earlier package", **{".hidden": b"x"})
+        self.write(a=b"data", b=b"x", status=b"x", out=b"an earlier package", **{".hidden": b"x"})
         (self.folder / "dir").mkdir()
         os.mkfifo(self.folder / "pipe")
         for name, size in (("half", 2**30), ("rest", LIMIT + 1 - 3536 - 2**30)):
             with open(self.folder / name, "wb") as file:
                 file.truncate(size)
-        known = ["31406-1", "out"]
         cases = [
-            (1, known, ["foo=a"], "no group use one of system boot recovery"),
-            (1, known, ["x" * 40 + "=a"], "no group use one of"),
-            (1, known, ["boot=a", "recovery=a"], "recovery package of their own"),
-            (1, known, ["boot=a", "boot=status", "--save-as", "boot=b"], '"boot" earlier save-as'),
-            (1, known, ["modem=a", "modem=status"], '"modem" twice overwrite'),
-            (1, known, ["system=a"] * 9, "9 store-group 8"),
-            (1, known, ["system=a"] * 33, "33 32"),
-            (1, known, ["tz=a", "abl=a"], '"a" earlier save-as'),
-            (1, known, ["tz=status"], '"status" updater itself save-as'),
-            (1, known, ["tz=.hidden"], '".hidden" begins save-as'),
-            (1, known, ["tz=a", "--save-as", "tz=" + "n" * 68], "68 67 save-as"),
-            (1, known, ["tz=a", "--save-as", "tz=a\x1b[1m"], "control character \\x1b"),
-            (1, known, ["tz=missing"], "missing No such file"),
-            (1, known, ["tz=pipe"], "pipe not a regular file"),
-            (1, known, ["tz=a", "boot=/proc/version"], "/proc/version became longer"),
-            (1, known, ["tz=a", "boot=/sys/kernel/uevent_seqnum"], "/sys/kernel/uevent_seqnum became shorter"),
-            (1, known, ["modem=half", "system=rest"], "2147483648 2147483647"),
-            (1, ["", "out"], ["tz=a"], "version empty"),
-            (1, ["3" * 64, "out"], ["tz=a"], "version 64 63"),
-            (1, ["31406", "a"], ["tz=a"], "one of the image files"),
-            (1, ["31406", "dir"], ["tz=a"], "dir no regular file"),
-            (2, known, ["tz"], "PARTITION=FILE"),
-            (2, known, ["tz=a", "--save-as", "abl=x"], '--save-as "abl"'),
-            (2, known, ["tz=a", "--major", "65536"], "--major 65535"),
-            (2, known, ["--save-as=", "tz=a", "abl=a"], "--save-as= no value"),
-        ]
-        before, names = self.contents(), set(os.listdir(self.folder))
-        for status, (version, output), args, words in cases:
-            with self.subTest(args=args, version=version, output=output):
-                refused = self.run_tool("create", "--version", version, "--output", output, *args)
-                self.assertEqual((refused.returncode, refused.stdout), (status, b""))
-                for word in words.split():
-                    self.assertIn(word, refused.stderr.decode())
-                self.assertEqual((self.contents(), set(os.listdir(self.folder))), (before, names))
+            (1, "foo=a", "no group use one of system boot recovery"), (1, "x" * 40 + "=a", "no group use one of"),
+            (1, "boot=a recovery=a", "recovery package of their own"), (1, "modem=a modem=status", '"modem" twice'),
+            (1, "boot=a boot=b --save-as boot=b", '"boot" earlier save-as'), (1, "system=a " * 9, "9 store-group 8"),
+            (1, "system=a " * 33, "33 32"), (1, "tz=a abl=a", '"a" earlier save-as'), (1, "tz=pipe", "pipe regular"),
+            (1, "tz=status", '"status" updater itself save-as'), (1, "tz=.hidden", '".hidden" begins save-as'),
+            (1, "tz=a --save-as tz=" + "n" * 68, "68 67 save-as"), (1, "tz=missing", "missing No such file"),
+            (1, "tz=a --save-as tz=a\x1b[1m", "control character \\x1b"), (1, "tz=a -o dir", "dir no regular file"),
+            (1, "tz=a boot=/proc/version", "/proc/version became longer"), (2, "tz", "PARTITION=FILE"),
+            (1, "tz=a boot=/sys/kernel/uevent_seqnum", "/sys/kernel/uevent_seqnum became shorter"),
+            (1, "modem=half system=rest", "2147483648 2147483647"), (2, "tz=a --save-as abl=x", '--save-as "abl"'),
+            (2, "tz=a --major 65536", "--major 65535"), (2, "--save-as= tz=a abl=a", "--save-as= no value"),
+            (1, "tz=a -o a", "one of the image files"), (1, "tz=a --version " + "3" * 64, "version 64 63")]
+        before = self.contents()
+        for status, args, words in cases:
+            with self.subTest(args=args):
+                args = ["--version", "31406-1", *args.split()][2 * ("--version" in args):]
+                self.refuses(words, "create", *args, *["--output", "out"][2 * ("-o" in args):], status=status)
+                self.assertEqual(self.contents(), before)
+        self.refuses("version empty", "create", "--version", "", "-o", "out", "tz=a")
 
     def test_unfinished_output_disappears(self):
-        self.write(a=bytes(200000), out=b"an earlier package")
-        with open(self.folder / "big", "wb") as file:
-            file.truncate(2**30)
+        self.write(a=bytes(200000), out=b"an earlier package", big=b"")
+        os.truncate(self.folder / "big", 2**30)
         before = self.contents()
-        create = ["create", "--version", "31406", "--output", "out"]
+        create = "create --version 31406 --output out".split()
         limits = (resource.RLIMIT_FSIZE, (100000, 100000))
         cut_off = self.run_tool(*create, "tz=a", preexec_fn=lambda: resource.setrlimit(*limits))
-        self.assertEqual((cut_off.returncode, b"too large" in cut_off.stderr), (1, True))
-        self.assertEqual(self.contents(), before)
-        with subprocess.Popen([TOOL, *create, "tz=big"], cwd=self.folder, stderr=subprocess.DEVNULL) as tool:
+        self.assertEqual((cut_off.returncode, b"too large" in cut_off.stderr, self.contents()), (1, True, before))
+        ours, theirs = pty.openpty()
+        command = [BIN_DIR / "tarv-pkg", *create, "tz=big"]
+        with open(ours, "rb", 0) as screen, subprocess.Popen(command, cwd=self.folder, stderr=theirs) as tool:
+            os.close(theirs)
             while len(os.listdir(self.folder)) == 3 and tool.poll() is None:
                 time.sleep(0.001)
+            tool.send_signal(signal.SIGSTOP)
+            time.sleep(1.1)  # by then the progress is to be seen
+            tool.send_signal(signal.SIGCONT)
+            self.assertRegex(screen.read(40), rb"^\rpacked \d+\.\d of 1024\.0 MiB, \d+ %")
             tool.send_signal(signal.SIGTERM)
             self.assertEqual(tool.wait(timeout=60), 1)
-        self.assertEqual((self.contents(), len(os.listdir(self.folder))), (before, 3))
+            self.assertRegex(screen.read(9999), rb"\r +\rtarv-pkg: interrupted\r\n$")
+        self.assertEqual(self.contents(), before)
 
     def test_first_fault_of_damaged_packages(self):
         boot, system = (b"boot", b"f", b"abc"), (b"system", b"g", b"defg")
         good = package([boot, system])
         wrapping = struct.pack("<I104xI", 2**32 - 1, 8)  # sizes whose 32-bit sum is that of `good`
         cases = [
-            (b"", "0 bytes"), (good[:3535], "3535 3536"),
+            (b"", "0 bytes"), (good[:3535], "3535 3536"), (good[:-1], "3542 3543"),
             (package([boot], magic=0x6F786576, head_size=9, count=40) + b"?", "magic 0x6f786576"),
-            (package([boot], head_size=9, count=33) + b"?", "33 images 32"),
-            (package([(b"foo", b"f", b"")], head_size=9) + b"?", "3537 3536"),
-            (good[:-1], "3542 3543"),
+            (package([boot], count=33), "33 32"), (package([(b"foo", b"f", b"")], head_size=9) + b"?", "3537 3536"),
             (package([], count=2)[:176] + wrapping + bytes(3543 - 176 - len(wrapping)), "3543 4294970839"),
             (patched(package([boot], head_size=3535), 3400, b"?", seal=False), "3535 3536 size"),
             (patched(package([(b"foo", b"f", b"")]), 3400, b"?", seal=False), "header_crc32 damaged"),
-            (package([(b"foo\n", b"f", b""), boot]), '"foo\\x0a" no group'),
-            (package([(b"n" * 32, b"f", b"")]), "no group"),
-            (package([boot, (b"recovery", b"f", b"")]), "image 1 recovery-group"),
+            (package([(b"foo\n", b"f", b""), boot]), '"foo\\x0a" no'), (package([(b"n" * 32, b"f", b"")]), "no group"),
+            (package([boot, (b"recovery", b"f", b"")]), "image 1 recovery-group"), (package([]), "no images entry 0"),
             (package([(b"recovery", b"f", b""), boot]), "image 1 recovery-group"),
-            (package([(b"boot", b"n" * 68, b"")]), "image 0 no NUL"),
-            (package([boot, (b"tz", b"f", b"")]), 'image 1 "f" earlier'),
+            (package([(b"boot", b"n" * 68, b"")]), "image 0 no NUL"), (package([boot, boot]), 'image 1 "f" earlier'),
             (package([boot, (b"boot", b"g", b"abc")]), "image 1 twice"),
-            (package([]), "no images entry 0 no group"),
             (patched(good, 3536, b"X", seal=False), 'image 0 "boot" data are damaged'),
-            (patched(good, 3542, b"X", seal=False), 'image 1 "system" data are damaged'),
-        ]
+            (patched(good, 3542, b"X", seal=False), 'image 1 "system" data are damaged')]
         for data, words in cases:
             with self.subTest(words=words):
                 self.write(p=data)
-                checked = self.run_tool("check", "p")
-                self.assertEqual((checked.returncode, checked.stdout), (1, b""))
-                self.assertEqual(checked.stderr.count(b"\n"), 1)
-                for word in words.split():
-                    self.assertIn(word, checked.stderr.decode())
-
-    def test_longest_package_that_the_updater_takes(self):
-        for length, word in ((LIMIT, b"header_crc32"), (LIMIT + 1, b"2147483647")):
+                self.refuses(words, "check", "p")
+                self.refuses(words, "extract", "p", "-o", "x")
+                self.assertFalse((self.folder / "x/manifest").exists())
+                self.assertIn(self.run_tool("diff", "p", "p").returncode, (0, 2))
+        for length, word in ((LIMIT, "header_crc32"), (LIMIT + 1, "2147483647")):
             head = patched(package([(b"system", b"", b"")]), 176, struct.pack("<I", length - 3536))
             self.write(p=patched(head, 3500, b"?", seal=False))
             os.truncate(self.folder / "p", length)
-            self.assertIn(word, self.run_tool("check", "p").stderr)
+            self.refuses(word, "check", "p")
 
     def test_hostile_heads_print_safely(self):
         rng = random.Random(2)
-        nasty = b'\x1b]0;"\\\n\x7f\xc2\x9b\xff\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82' + "\u00e4\u20ac".encode()
+        nasty = b'\x1b]0;"\\\n\x7f\xc2\x9b\xff\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82' + "ä€".encode()
         heads = [package([(nasty, nasty * 2, b"")], version=nasty * 2), b"\xff" * 3536, bytes(3536)]
-        heads += [rng.randbytes(3536) for _ in range(10)]
-        for head in heads:
+        self.write(other=package([(nasty, nasty, b"x"), (nasty[:9], nasty, b"")], version=nasty))
+        for head in heads + [rng.randbytes(3536) for _ in range(10)]:
             self.write(p=head)
-            text = self.run_tool("show", "p")
-            shown = self.run_tool("show", "--json", "p")
-            self.assertEqual((text.returncode, shown.returncode), (0, 0))
-            for output in (text.stdout, shown.stdout):
-                self.assertFalse([c for c in output.decode() if c < " " and c != "\n" or "\x7f" <= c < "\xa0"])
-            fields = json.loads(shown.stdout)
-            count = struct.unpack_from("<H", head, 74)[0]
-            self.assertEqual(len(fields["images"]), min(count, 32))
-            self.assertEqual(fields["package_length"] is None, count > 32)
+            runs = [self.run_tool(*f"{job} p".split()) for job in ("show", "diff other", "diff --json other", "show --json")]
+            self.assertEqual((runs[0].returncode, runs[-1].returncode), (0, 0))
+            for run in runs:
+                self.assertFalse([c for c in run.stdout.decode() if c < " " and c != "\n" or "\x7f" <= c < "\xa0"])
+            count, fields = struct.unpack_from("<H", head, 74)[0], json.loads(runs[-1].stdout)
+            self.assertEqual((len(fields["images"]), fields["package_length"] is None), (min(count, 32), count > 32))
             self.assertEqual(fields["magic"], struct.unpack_from("<I", head)[0])
         self.write(p=heads[0])
-        self.assertIn("\u00e4\u20ac", json.loads(self.run_tool("show", "--json", "p").stdout)["img_version"])
+        self.assertIn("ä€", json.loads(self.run_tool("show", "--json", "p").stdout)["img_version"])
         self.assertIn("\\x1b]0;\"\\\\\\x0a\\x7f\\xc2\\x9b\\xff\\xed", self.run_tool("show", "p").stdout.decode())
 
     def test_usage_and_lost_output(self):
-        self.write(p=package([(b"tz", b"f", b"abc")]), show=package([(b"tz", b"f", b"abc")]))
-        for status, args in ((2, []), (2, ["show"]), (2, ["check", "p", "p"]), (2, ["create", "--output", "o"]),
-                             (0, ["--help"]), (0, ["create", "--help"]), (0, ["-V"]), (0, ["check", "show"])):
-            self.assertEqual(self.run_tool(*args).returncode, status, args)
-        for args in (["show", "p"], ["show", "--json", "p"], ["check", "p"], ["--help"]):
+        self.write(p=package([(b"tz", b"f", b"abc")]), show=package([(b"tz", b"f", b"abc")]), m=b"major = 1", a=b"abc")
+        for line in ("", "show", "check p p", "create -o o", "create --manifest m -o o", "diff p", "extract p",
+                     "create --manifest m -o o tz=p", "create --manifest m --save-as tz=x -o o"):
+            self.refuses("Try", *line.split(), status=2)
+        self.assertEqual(self.run_tool("check", "show").returncode, 0)
+        for line in ("pkg", "pkg create", "pkg show", "pkg check", "pkg diff", "pkg extract", "watch", "store",
+                     "store show", "store verify", "store extract", "store map"):
+            tool, *job = ("tarv-" + line).split()
+            text = self.run_tool(*job, "--help", tool=tool).stdout.decode().splitlines()
+            self.assertTrue(3 < len(text) <= 24 and max(map(len, text)) <= 80, text)
+            self.assertRegex(self.run_tool("--version", tool=tool).stdout, rb"^%s \d+\.\d+\.\d+\n$" % tool.encode())
+        for line in ("show p", "show --json p", "check p", "--help", "diff --json p p"):
             with open("/dev/full", "wb") as full:
-                self.assertEqual(self.run_tool(*args, stdout=full).returncode, 1, args)
-            closed = self.run_tool(*args, stdout=None, preexec_fn=lambda: os.close(1))
-            self.assertEqual(closed.returncode, 1, args)
+                for options in ({"stdout": full}, {"stdout": None, "preexec_fn": lambda: os.close(1)}):
+                    self.assertEqual(self.run_tool(*line.split(), **options).returncode, 1 + ("diff" in line), line)
         # Nothing that the tool says may end up in the package.
-        self.write(a=b"abc")
-        self.run_tool("create", "--version", "1", "--output", "out", "tz=a", preexec_fn=lambda: os.closerange(0, 3))
+        self.run_tool(*"create --version 1 -o out tz=a".split(), preexec_fn=lambda: os.closerange(0, 3))
         self.assertEqual((self.folder / "out").read_bytes(), package([(b"tz", b"a", b"abc")], version=b"1"))
-
-
-if __name__ == "__main__":
-    unittest.main()

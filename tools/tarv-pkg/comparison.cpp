@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "package/crc32.h"
-#include "package/head_rules.h"
 #include "tools/common/printable.h"
 #include "tools/common/progress.h"
 #include "tools/tarv-pkg/check.h"
@@ -47,36 +45,14 @@ std::vector<field> entry_fields(const package_entry* a, const package_entry* b) 
           both("crc", [](const package_entry& one) { return bits(one.crc); })};
 }
 
-template <size_t N>
-void clear_text(char (&text)[N]) {
-  memset(text, 0, field_text(text).size());
+std::optional<uint64_t> first_difference(std::string_view a, std::string_view b) {
+  if (a == b) return std::nullopt;
+  const auto at = std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first;
+  return static_cast<uint64_t>(at - a.begin());
 }
 
-// What is left of a head without its fields: zero in a package of this tool. `count` entries are in use in
-// one of the packages.
-package_head without_fields(package_head head, uint32_t count) {
-  head.header_crc32 ^= package_head_crc(head);
-  head.major_version = head.minor_version = head.meta_hdr_sz = 0;
-  clear_text(head.img_version);
-  for (uint32_t i = 0; i < count; ++i) {
-    package_entry& entry = head.images[i];
-    if (i >= head.image_num) entry = {};
-    clear_text(entry.name);
-    clear_text(entry.file_name);
-    entry.size = entry.crc = 0;
-  }
-  head.image_num = 0;
-  return head;
-}
-
-std::optional<uint64_t> compare_unused(const package_head& a, const package_head& b) {
-  const uint32_t count = std::max(a.image_num, b.image_num);
-  const package_head rest_a = without_fields(a, count), rest_b = without_fields(b, count);
-  const std::string_view bytes_a(reinterpret_cast<const char*>(&rest_a), sizeof rest_a);
-  const std::string_view bytes_b(reinterpret_cast<const char*>(&rest_b), sizeof rest_b);
-  const auto at = std::mismatch(bytes_a.begin(), bytes_a.end(), bytes_b.begin()).first;
-  if (at == bytes_a.end()) return std::nullopt;
-  return static_cast<uint64_t>(at - bytes_a.begin());
+std::string_view bytes_of(const package_head& head) {
+  return {reinterpret_cast<const char*>(&head), sizeof head};
 }
 
 // By name; of two with the same name the first with the first.
@@ -160,28 +136,18 @@ void compare_data(image_pair& pair, package& a, package& b, progress& done) {
     const uint64_t length = std::max(piece_a.size(), piece_b.size());
     if (length == 0) return;
     for (uint64_t at = 0; at < length; at += kComparedBlock) {
-      const std::string_view block_a = block_of(piece_a, at), block_b = block_of(piece_b, at);
+      const std::optional<uint64_t> found = first_difference(block_of(piece_a, at), block_of(piece_b, at));
       ++pair.blocks;
-      if (block_a == block_b) continue;
+      if (!found) continue;
       ++pair.different;
-      const auto differs =
-          std::mismatch(block_a.begin(), block_a.end(), block_b.begin(), block_b.end()).first;
-      if (!pair.first) pair.first = start + at + static_cast<uint64_t>(differs - block_a.begin());
+      if (!pair.first) pair.first = start + at + *found;
     }
-    done.add(length);
+    done.add(piece_a.size() + piece_b.size());
   }
 }
 
-// Bytes that have to be looked at.
-uint64_t length_of(const image_pair& pair, const package& a, const package& b) {
-  if (!pair.a || !pair.b) return 0;
-  return std::max(a.head.images[*pair.a].size, b.head.images[*pair.b].size);
-}
-
 void compare_images(std::vector<image_pair>& pairs, package& a, package& b) {
-  uint64_t length = 0;
-  for (const image_pair& pair : pairs) length += length_of(pair, a, b);
-  progress done("compared", length);
+  progress done("compared", a.file.size() + b.file.size());
   for (image_pair& pair : pairs) {
     if (pair.a && pair.b) compare_data(pair, a, b, done);
   }
@@ -199,9 +165,10 @@ bool comparison::differs() const {
 }
 
 comparison compare_packages(const std::string& path_a, const std::string& path_b) {
-  crc32_init_table();
   package a(path_a), b(path_b);
   std::vector<image_pair> images = pair_images(a.head, b.head);
   compare_images(images, a, b);
-  return {head_fields(a.head, b.head, images), compare_unused(a.head, b.head), std::move(images)};
+  comparison found = {head_fields(a.head, b.head, images), {}, std::move(images)};
+  if (!found.differs()) found.unused = first_difference(bytes_of(a.head), bytes_of(b.head));
+  return found;
 }

@@ -35,7 +35,7 @@ struct image_pair {
 
 struct comparison {
   std::vector<field> head;         // and "order", that of the images which both have
-  std::optional<uint64_t> unused;  // the first byte of the head that differs and is in no field
+  std::optional<uint64_t> unused;  // when nothing else differs: the first byte of the head that does
   std::vector<image_pair> images;  // in the order of the first package, then those that only the second has
 
   // False: the files are the same byte for byte.

@@ -19,7 +19,7 @@ std::string read_text(const std::string& path) {
     throw refusal(in_quotes(path) + " has " + std::to_string(file.size()) + " bytes, a manifest at most " +
                   std::to_string(kMaxLength));
   }
-  std::string text(file.size(), '\0');
+  std::string text(static_cast<size_t>(file.size()), '\0');
   file.read(text.data(), text.size());
   file.expect_end();
   return text;
@@ -79,6 +79,8 @@ void take_value(std::string_view line, const std::string& place, package_order& 
 
 void take(std::string_view line, const std::string& place, package_order& order) {
   if (line.empty() || line.front() == '#' || line.front() == ';') return;
+  if (line.find('\0') != std::string_view::npos)
+    throw refusal("the line holds a NUL byte, which no text does");
   line.front() == '[' ? begin_image(line, place, order) : take_value(line, place, order);
 }
 
