@@ -16,8 +16,7 @@ REASON = (r"(?:(?:tarv_write_fail_reason|REFUSE|give_reason)\(\s*|snprintf\(reas
 
 
 def section(page, title):
-    text = re.split(rf"^#+ {title}\n", PAGES[REPOSITORY / f"docs/{page}.md"], flags=re.M)[1]
-    return re.split(r"\n#+ ", text)[0]
+    return re.search(rf"^#+ {title}\n(.*?)(?=\n#+ |\Z)", PAGES[REPOSITORY / f"docs/{page}.md"], re.M | re.S)[1]
 
 
 def rows(text):
@@ -46,8 +45,7 @@ def fields(table, data):
 
 
 def anchors(text):
-    titles = re.findall(r"^#+ (.*)", re.sub(r"^```.*?^```", "", text, flags=re.M | re.S), re.M)
-    return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles}
+    return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in re.findall(r"^#+ (.*)", text, re.M)}
 
 
 class Docs(unittest.TestCase):
@@ -128,13 +126,13 @@ class Docs(unittest.TestCase):
         self.assertEqual(sorted(codes("run-directory", "The run directory")), sorted(left))
 
     def test_links_paths_and_words(self):
-        words = set(re.findall(r"^dev_(\w+)\(", (REPOSITORY / "dev").read_text(), re.M))
+        words, linked = set(re.findall(r"^dev_(\w+)\(", (REPOSITORY / "dev").read_text(), re.M)), set()
         for path, text in PAGES.items():
-            for link in re.findall(r"\]\(([^)\s]+)\)", re.sub(r"```.*?```", "", text, flags=re.S)):
-                target, _, anchor = link.partition("#")
+            for target, anchor in re.findall(r"\]\((?!\w+://)([^)#\s]*)#?([^)\s]*)\)", text):
                 file = (path.parent / target).resolve() if target else path
-                if "://" not in link:
-                    self.assertTrue(file.exists() and (not anchor or anchor in anchors(PAGES[file])), (path, link))
+                linked |= {file} if path.parent == REPOSITORY else set()
+                self.assertTrue(file.exists() and (not anchor or anchor in anchors(PAGES[file])), (path, target, anchor))
             for name in re.findall(rf"`((?:{'|'.join(FOLDERS)})/[\w./-]+)`", text):
                 self.assertTrue([*REPOSITORY.glob(name.rstrip("/") + "*")], (path, name))
             self.assertLessEqual(set(re.findall(r"\./dev (\w+)", text)), words, path)
+        self.assertEqual({path for path in PAGES if path.parent.name == "docs"} - linked, set(), "not in the README")
