@@ -18,4 +18,5 @@ void tarv_init_info() {
   memset(ginfo, 0, sizeof *ginfo);
   memset(ghead, 0, sizeof *ghead);
   ginfo->wfd = -1;
+  ginfo->download_size_fd = -1;
 }

@@ -67,6 +67,7 @@ struct run_record {
   mtd_write_ctx* write_ctx;  // open store or recovery partition, or null
   mtd_read_ctx* read_ctx;    // store partition being read back, or null
   uint32_t saved_total;      // package bytes saved, head included, padding not
+  int32_t download_size_fd;  // file that saved_total is published in, or -1
 
   // Store.
   uint32_t store_capacity[kStorePartitions];  // usable bytes of each store partition

@@ -1,6 +1,7 @@
 #include "main/run/result_files.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -26,18 +27,23 @@ constexpr std::array<const char*, 14> kRunFiles = {
     PATH_TARV_LOG,        PATH_TARV_LOG_BAK,
 };
 
+// Has `write_from(done, left)` write until nothing is left or it fails.
+template <typename Write>
+void write_fully(size_t len, Write write_from) {
+  for (size_t done = 0; done < len;) {
+    const ssize_t n = retry_interrupted([&] { return write_from(done, len - done); });
+    if (n <= 0) return;
+    done += static_cast<size_t>(n);
+  }
+}
+
 // Opens `path` for writing with `mode_flag` (O_TRUNC or O_APPEND) and writes the bytes; whatever fails, fails
 // silently.
 void put_file(const char* path, int mode_flag, const void* data, size_t len) {
   const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | mode_flag, 0666));
   if (!fd.valid()) return;
-  const char* bytes = static_cast<const char*>(data);
-  while (len > 0) {
-    const ssize_t n = retry_interrupted([&] { return write(fd.get(), bytes, len); });
-    if (n <= 0) return;
-    bytes += n;
-    len -= static_cast<size_t>(n);
-  }
+  const char* const bytes = static_cast<const char*>(data);
+  write_fully(len, [&](size_t done, size_t left) { return write(fd.get(), bytes + done, left); });
 }
 
 }  // namespace
@@ -93,5 +99,17 @@ int32_t tarv_get_download_size() {
 }
 
 void tarv_set_download_size(int32_t size) {
-  tarv_write_int_file(PATH_TARV_DOWNLOAD_SIZE, size);
+  // Beyond 2 GiB the number goes round, and its text may become shorter.
+  if (size < 0) {
+    tarv_write_int_file(PATH_TARV_DOWNLOAD_SIZE, size);
+    return;
+  }
+  int32_t& fd = ginfo->download_size_fd;
+  if (fd < 0) fd = open(PATH_TARV_DOWNLOAD_SIZE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) return;
+  char text[16];
+  const int len = snprintf(text, sizeof text, "%d", size);
+  write_fully(static_cast<size_t>(len), [&](size_t done, size_t left) {
+    return pwrite(fd, text + done, left, static_cast<off_t>(done));
+  });
 }

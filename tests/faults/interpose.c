@@ -88,6 +88,11 @@ ssize_t write(int fd, const void* data, size_t length) {
   return fault == kFails ? -1 : NEXT(write)(fd, data, fault == kHalf ? (length + 1) / 2 : length);
 }
 
+ssize_t pwrite64(int fd, const void* data, size_t length, off64_t offset) {
+  const int fault = strike("write", name_of(fd));
+  return fault == kFails ? -1 : NEXT(pwrite64)(fd, data, fault == kHalf ? (length + 1) / 2 : length, offset);
+}
+
 // Functions that can only fail as a whole; `failed` is their result then.
 #define FAILING(result, function, parameters, arguments, call, what, failed)   \
   result function parameters {                                                 \
