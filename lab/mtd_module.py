@@ -20,11 +20,12 @@ def load_kernel_modules(*names):
 
 
 class MtdModule(SimModule):
-    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs."""
+    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs;
+    `options` go to it as they are."""
 
     program = "tarvolin"
 
-    def __init__(self, partitions=None, bad=None, revid="31405-old", nandsim=None):
+    def __init__(self, partitions=None, bad=None, revid="31405-old", nandsim=None, options=()):
         self.partitions = dict(partitions or SMALL)
         self.bad = {name: set(blocks) for name, blocks in (bad or {}).items()}
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tarv-module-"))
@@ -34,7 +35,7 @@ class MtdModule(SimModule):
         (self.folder / "bin").mkdir()
         self._added = []
         self._initial = {}
-        self._load_nand(nandsim or {})
+        self._load_nand(nandsim or {}, options)
         for name in self.partitions:
             self._write_stale(name)
         if revid is not None:
@@ -54,9 +55,9 @@ class MtdModule(SimModule):
         before = list(self.partitions.values())[: list(self.partitions).index(name)]
         return sum(before) // self.block + block
 
-    def _load_nand(self, faults):
+    def _load_nand(self, faults, further_options):
         sizes = ",".join(str(size // self.block) for size in self.partitions.values())
-        options = ["id_bytes=0x20,0xa2,0x00,0x15", f"parts={sizes}"]
+        options = ["id_bytes=0x20,0xa2,0x00,0x15", f"parts={sizes}", *further_options]
         bad = [self._block_number(name, b) for name, blocks in self.bad.items() for b in blocks]
         if bad:
             options.append("badblocks=" + ",".join(map(str, bad)))

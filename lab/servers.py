@@ -127,7 +127,7 @@ class Nginx:
         self.scheme = "https" if "ssl" in listen.split() else "http"
         (self.folder / "nginx.conf").write_text(f"""
 daemon off; pid {self.folder}/pid; error_log {self.folder}/error.log; worker_processes 1; user root;
-events {{ worker_connections 64; }}
+events {{ worker_connections 1024; }}
 http {{
   access_log {self.folder}/access.log;
   client_body_temp_path {self.folder}/body; proxy_temp_path {self.folder}/proxy;
