@@ -41,6 +41,5 @@ def measure():
         right = sum(run.returncode == 0 and module.history()[-1] == RESTORE for run, module in zip(runs, modules))
     name = f"{COUNT} updaters at once"
     return [Row(name + ", succeeded", f"{right}", f"{COUNT}", right, f">= {COUNT}"),
-            Row(name + ", time", f"{seconds:.1f} s", "all of them", seconds / COUNT * 1000, ""),
-            Row(name + ", memory", f"{proportional / COUNT:,.0f} KiB each",
-                f"{resident:,} KiB resident, the largest")]
+            Row(name + ", time for each", f"{seconds / COUNT * 1000:.0f} ms", f"{seconds:.1f} s for all"),
+            Row(name + ", memory of each", f"{proportional / COUNT:,.0f} KiB", f"{resident:,} KiB with what they share")]

@@ -1,4 +1,4 @@
-"""Peak memory from 8 MiB to 1 GiB of package, on simulated flash."""
+"""Peak memory: against curl's, on a 32-bit module, and from 8 MiB to 1 GiB of package."""
 import pathlib
 import re
 import subprocess
@@ -6,14 +6,15 @@ import time
 
 from module import KIB, MIB, Module
 from packages import Image, Package, noise
+from road import visit
 from servers import Nginx
-from table import Row
+from table import Row, ratio
 
 PARTITIONS = {"recoveryfs": 1056 * MIB}
 
 
 def peak(size):
-    """In KiB, of an update of that many bytes."""
+    """In KiB, of an update of that many bytes on simulated flash."""
     package = Package([Image("recoveryfs", noise(MIB) * (size // MIB))])
     with Module(PARTITIONS) as module, Nginx() as nginx:
         command = [*module.command(module.program), "--debug", "--url", nginx.put("large.pkg", package.bytes())]
@@ -28,6 +29,12 @@ def peak(size):
     return most
 
 
-def measure():
+def measure(bin_dir, arm_bin_dir):
+    here = visit("x86", bin_dir, "memory", "curl_memory")
+    on_arm = visit("arm", arm_bin_dir, "memory")["memory"]
     small, large = peak(8 * MIB), peak(1024 * MIB)
-    return [Row("Peak memory, 8 MiB and 1 GiB", f"{large} KiB", f"{small} KiB", large / small, "<= 1.02")]
+    return [ratio("Peak memory, x86-64", here["memory"]["peak"], here["curl_memory"]["peak"], "<= 1", "KiB", "curl"),
+            ratio("Peak memory, 1 GiB of package", large, small, "<= 1.02", "KiB", "8 MiB of package"),
+            ratio("Anonymous memory, 32-bit ARM", on_arm["anonymous"], 4 * 128 + 512, "<= 1", "KiB",
+                  "four erase blocks and 512 KiB"),
+            Row("Peak memory, 32-bit ARM", f"{on_arm['peak']:,} KiB")]
