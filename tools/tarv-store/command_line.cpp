@@ -71,8 +71,7 @@ void do_job(const CLI::App& app, const words& given, FILE* out) {
 }  // namespace
 
 int run_command_line(int argc, char* argv[], FILE* out) {
-  CLI::App app("Shows, verifies and draws a store, takes out images; never writes to flash.",
-               "tarv-store");
+  CLI::App app("Shows, verifies and draws a store, takes out images; never writes to flash.", "tarv-store");
   words given;
   app.set_version_flag("-V,--version", "tarv-store " TARVOLIN_VERSION);
   app.require_subcommand(1);
