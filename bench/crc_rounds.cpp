@@ -1,5 +1,5 @@
-// crc-rounds time            compares the checksum with a byte-wise loop and zlib's: "bytewise ours zlib" in MB/s
-// crc-rounds NAME PASSES     makes passes of one of them over 4 KiB, for counting instructions
+// crc-rounds time            compares the checksum with a byte-wise loop and zlib's: "bytewise ours zlib" in
+// MB/s crc-rounds NAME PASSES     makes passes of one of them over 4 KiB, for counting instructions
 #include <dlfcn.h>
 
 #include <algorithm>

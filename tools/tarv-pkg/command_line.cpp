@@ -1,12 +1,11 @@
 #include "tools/tarv-pkg/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <optional>
 #include <sstream>
 
 #include "store/partition_groups.h"
-#include "tools/common/printable.h"
+#include "tools/common/command_line.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/create.h"
@@ -137,17 +136,6 @@ package_order order_of(const words& given) {
   return order;
 }
 
-// The parser takes the next word for the value of an option written as "--version=", which an unset variable
-// of a script makes easily.
-void check_values(int argc, char* argv[]) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view word = argv[i];
-    if (word == "--") return;
-    if (word.substr(0, 2) != "--" || word.find('=') != word.size() - 1) continue;
-    throw CLI::ValidationError(in_quotes(word) + " has no value");
-  }
-}
-
 int do_job(const CLI::App& app, const words& given) {
   if (app.got_subcommand("create")) create_package(order_of(given));
   if (app.got_subcommand("show")) show_package(given.file, given.as_json);
@@ -173,19 +161,5 @@ int run_command_line(int argc, char* argv[]) {
       "Exit status:\n"
       "  0 done; 1 refused, a fault found, or a file that cannot be read or written;\n"
       "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble");
-  try {
-    check_values(argc, argv);
-    app.parse(argc, argv);
-    return do_job(app, given);
-  } catch (const CLI::CallForHelp&) {
-    fputs(app.help().c_str(), stdout);
-    return kDone;
-  } catch (const CLI::CallForVersion& version) {
-    puts(version.what());
-    return kDone;
-  } catch (const CLI::ParseError& error) {
-    fprintf(stderr, "tarv-pkg: %s\nTry \"tarv-pkg --help\" or \"tarv-pkg create --help\".\n",
-            printable(error.what()).c_str());
-    return kWrongUsage;
-  }
+  return take_command_line(app, argc, argv, stdout, [&] { return do_job(app, given); });
 }

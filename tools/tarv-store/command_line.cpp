@@ -1,9 +1,8 @@
 #include "tools/tarv-store/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 
-#include "tools/common/printable.h"
+#include "tools/common/command_line.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/images.h"
 #include "tools/tarv-store/map.h"
@@ -83,18 +82,8 @@ int run_command_line(int argc, char* argv[], FILE* out) {
       "  2 wrong usage");
   add_source(app, given);
   add_commands(app, given);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    fputs(app.help().c_str(), out);
+  return take_command_line(app, argc, argv, out, [&] {
+    do_job(app, given, out);
     return kDone;
-  } catch (const CLI::CallForVersion& version) {
-    fprintf(out, "%s\n", version.what());
-    return kDone;
-  } catch (const CLI::ParseError& error) {
-    fprintf(stderr, "tarv-store: %s\nTry \"tarv-store --help\".\n", printable(error.what()).c_str());
-    return kWrongUsage;
-  }
-  do_job(app, given, out);
-  return kDone;
+  });
 }

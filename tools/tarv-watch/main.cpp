@@ -1,16 +1,15 @@
 // tarv-watch: follows a run of the updater by its run directory.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include "tools/common/command_line.h"
 
 #include "main/run/result_files.h"
 #include "tools/common/exit_status.h"
 #include "tools/common/interruption.h"
-#include "tools/common/printable.h"
 #include "tools/common/tool_main.h"
 #include "tools/tarv-watch/watch.h"
 
@@ -63,21 +62,13 @@ int follow(int argc, char* argv[]) {
   app.add_flag("--json", as_json, "Print one JSON object a line for each change");
   app.set_version_flag("-V,--version", "tarv-watch " TARVOLIN_VERSION);
   app.footer(kFooter);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    put(app.help());
-    return kDone;
-  } catch (const CLI::CallForVersion& version) {
-    put(std::string(version.what()) + "\n");
-    return kDone;
-  } catch (const CLI::ParseError& error) {
-    fprintf(stderr, "tarv-watch: %s\nTry \"tarv-watch --help\".\n", printable(error.what()).c_str());
-    return kWrongUsage;
-  }
-  // The usual pid file belongs to the usual run directory.
-  if (dir->empty() && pid_file->empty()) order.pid_file = kPidFile;
-  return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
+  const int status = take_command_line(app, argc, argv, stdout, [&] {
+    // The usual pid file belongs to the usual run directory.
+    if (dir->empty() && pid_file->empty()) order.pid_file = kPidFile;
+    return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
+  });
+  put("");
+  return status;
 }
 
 int run(int argc, char* argv[]) {
