@@ -8,6 +8,7 @@
 #include "store/stream.h"
 
 int tarv_complete_download(const char* op, bool keep_reason) {
+  tarv_close_download_size();
   const int closed = vexo_tarv_mtd_close_write(ginfo->write_ctx);
   ginfo->write_ctx = nullptr;
   if (closed != 0) {

@@ -113,3 +113,8 @@ void tarv_set_download_size(int32_t size) {
     return pwrite(fd, text + done, left, static_cast<off_t>(done));
   });
 }
+
+void tarv_close_download_size() {
+  if (ginfo->download_size_fd >= 0) close(ginfo->download_size_fd);
+  ginfo->download_size_fd = -1;
+}

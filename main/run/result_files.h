@@ -55,5 +55,7 @@ void tarv_write_fail_reason(std::string_view reason);
 // Publishes that number, which grows within a run: the file stays open and is overwritten, so that whoever
 // reads it never finds it empty, and a piece of package costs one call to the system.
 void tarv_set_download_size(int32_t size);
+// Closes it: nothing more will be saved.
+void tarv_close_download_size();
 
 #endif

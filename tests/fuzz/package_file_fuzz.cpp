@@ -1,5 +1,5 @@
-// The package maker's reader. Input: a byte (bit 0: the head is mended, bit 1: the file's length), then the
-// file.
+// The package maker's readers, of packages and of manifests. Input: a byte (bit 0: the head is mended, bit 1:
+// the file's length), then the file.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -7,6 +7,8 @@
 
 #include "tests/fuzz/fuzz.h"
 #include "tools/tarv-pkg/check.h"
+#include "tools/tarv-pkg/diff.h"
+#include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/package_file.h"
 #include "tools/tarv-pkg/show.h"
 
@@ -39,5 +41,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try_out([] { show_package(path, false); });
   try_out([] { show_package(path, true); });
   try_out([] { check_package(path); });
+  try_out([] { (void)read_manifest(path); });
+  try_out([] {
+    const bool differs_from_itself = diff_packages(path, path, true);
+    REQUIRE(!differs_from_itself);
+  });
   return 0;
 }
