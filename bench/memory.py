@@ -22,8 +22,9 @@ def peak(size):
         with subprocess.Popen(command, stdout=subprocess.DEVNULL) as run:
             while run.poll() is None:
                 text = pathlib.Path(f"/proc/{run.pid}/status").read_text()
-                if "tarvolin-sim" in text:
-                    most = max(most, *map(int, re.findall(r"VmHWM:\s+(\d+)", text)))
+                found = re.search(r"VmHWM:\s+(\d+)", text)
+                if found and "tarvolin-sim" in text:
+                    most = max(most, int(found[1]))
                 time.sleep(0.005)
         assert run.returncode == 0, module.log()[-2000:]
     return most
