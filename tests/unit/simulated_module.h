@@ -67,8 +67,9 @@ class SimulatedModule : public ::testing::Test {
     return output + ::testing::internal::GetCapturedStderr();
   }
 
-  // All bytes of partition `index`; empty before it was first opened.
-  std::string flash(int index) const { return read(folder_ + "/mtd" + std::to_string(index) + ".bin"); }
+  // All bytes of partition `index` are in the file; it is missing before it was first opened.
+  std::string flash_file(int index) const { return folder_ + "/mtd" + std::to_string(index) + ".bin"; }
+  std::string flash(int index) const { return read(flash_file(index)); }
   static std::string run_file(const std::string& name) {
     return read(std::string(TARV_RUN_DIR) + "/" + name);
   }

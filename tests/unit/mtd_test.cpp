@@ -1,32 +1,36 @@
-// Block transfers on a partition of six small blocks whose blocks and device calls fail in turn.
+// Partitions, and transfers on one of six small blocks whose blocks and device calls fail in turn.
 #include "mtd/block_io.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 
 #include "mtd/partitions.h"
+#include "store/space.h"
 #include "tests/unit/simulated_module.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 constexpr uint32_t kBlock = 4096;
 constexpr uint32_t kHalf = kBlock / 2;
 constexpr uint32_t kSize = 6 * kBlock;
 constexpr uint32_t kLength = 5 * kHalf;  // of most transfers: two blocks and a half
 
-class BlockIo : public SimulatedModule {
+class Mtd : public SimulatedModule {
  protected:
-  const mtd_partition& start_on(const std::string& bad, const std::string& faults, const std::string& bytes) {
-    start("erase_size 4096\npage_size 512\npartition 0 p 24576\nbad p " + bad + "\n", faults);
-    write(folder_ + "/mtd0.bin", bytes);
-    EXPECT_EQ(mtd_load_partitions(), 1);
-    return *mtd_find_partition("p");
+  int load(const std::string& partitions, const std::string& faults = "") {
+    start(partitions, faults);
+    return mtd_load_partitions();
   }
 
-  static std::string filled(const char* halves) {
-    std::string bytes;
-    for (; *halves != '\0'; ++halves) bytes += std::string(kHalf, *halves);
-    return bytes;
+  const mtd_partition& start_on(const std::string& bad, const std::string& faults, const std::string& bytes) {
+    start("erase_size 4096\npage_size 512\npartition 0 p 24576\nbad p " + bad + "\n", faults);
+    write(flash_file(0), bytes);
+    EXPECT_EQ(mtd_load_partitions(), 1);
+    return *mtd_find_partition("p");
   }
 
   // One character for each half of a block: what it is filled with, '.' for erased, '?' for a mixture.
@@ -48,8 +52,7 @@ class BlockIo : public SimulatedModule {
     EXPECT_TRUE(printed.empty() ? console.empty() : console.find(printed) != std::string::npos) << console;
   }
 
-  const std::string payload_ = filled("AABBCCDDEEFF");
-  const std::string stale_ = filled("############");
+  const std::string stale_ = std::string(kSize, '#');
 };
 
 const struct {
@@ -91,17 +94,19 @@ const struct {
     {'r', "", "seek at 1 fail", EIO, "", "mtd: read_block: couldn't SEEK_CUR: Input/output error\n"},
 };
 
-TEST_F(BlockIo, Transfers) {
+TEST_F(Mtd, Transfers) {
+  std::string payload;
+  for (const char letter : "ABCDEF"s) payload += std::string(kBlock, letter);
   for (const auto& c : kTransfers) {
     SCOPED_TRACE(std::string("bad ") + c.bad + ", " + c.faults + ", " + c.way);
     const bool reads = c.way == 'r';
-    const mtd_partition& partition = start_on(c.bad, c.faults, reads ? payload_ : stale_);
+    const mtd_partition& partition = start_on(c.bad, c.faults, reads ? payload : stale_);
     mtd_read_ctx* const in = mtd_read_open(partition);
     mtd_write_ctx* const out = mtd_write_open(partition);
     std::string delivered(kLength, '#');
     const auto transfer = [&] {
       if (reads) return mtd_read_data(*in, delivered.data(), kLength) == kLength;
-      return mtd_write_data(*out, payload_.data(), kLength) == kLength && mtd_erase_blocks(*out, -1) == kSize;
+      return mtd_write_data(*out, payload.data(), kLength) == kLength && mtd_erase_blocks(*out, -1) == kSize;
     };
     check(transfer, c.error, c.printed);
     std::string blocks = picture(reads ? delivered : flash(0)).substr(0, reads ? strlen(c.blocks) : 12);
@@ -113,7 +118,7 @@ TEST_F(BlockIo, Transfers) {
   }
 }
 
-TEST_F(BlockIo, Erases) {
+TEST_F(Mtd, Erases) {
   const struct {
     uint32_t position;
     int32_t count;
@@ -131,26 +136,74 @@ TEST_F(BlockIo, Erases) {
     SCOPED_TRACE(std::to_string(c.count) + " from " + std::to_string(c.position));
     mtd_write_ctx* const ctx = mtd_write_open(start_on("", "", stale_));
     ASSERT_TRUE(mtd_seek_to(ctx->fd, c.position));
-    int64_t end = 0;
-    const auto erase = [&] { return (end = mtd_erase_blocks(*ctx, c.count)) != -1; };
-    check(erase, c.end == -1 ? ENOSPC : 0, c.printed);
-    EXPECT_EQ(end, c.end);
+    check([&] { return mtd_erase_blocks(*ctx, c.count) == c.end && c.end != -1; }, c.end == -1 ? ENOSPC : 0,
+          c.printed);
     EXPECT_EQ(picture(flash(0)), c.blocks);
     EXPECT_EQ(mtd_current_pos(ctx->fd), c.position);
     EXPECT_EQ(mtd_write_close(ctx), 0);
   }
 }
 
-TEST_F(BlockIo, SmallReadsComeFromTheBuffer) {
-  const std::string content = noise(kSize);
-  mtd_read_ctx* const in = mtd_read_open(start_on("", "", content));
-  std::string piece(100, '\0');
-  for (size_t at = 0; at < 9000; at += piece.size()) {
-    ASSERT_EQ(mtd_read_data(*in, piece.data(), 100), 100);
-    EXPECT_EQ(piece, content.substr(at, 100));
-    EXPECT_EQ(sim_counts()[static_cast<size_t>(flash_op::read)], (at + 99) / kBlock + 1);
+TEST_F(Mtd, SeeksByDataPosition) {
+  const std::tuple<const char*, uint32_t, int64_t> cases[] = {
+      // bad blocks, position, landing or -1
+      {"", 0, 0},           {"", 4100, 4100},  {"", 24576, 24576}, {"", 28672, -1},  {"0", 0, 4096},
+      {"0 1", 4096, 12288}, {"1", 4096, 4096}, {"1", 8192, 12288}, {"0", 24576, -1}, {"0 1 2 3 4 5", 0, -1}};
+  for (const auto& [bad, position, landing] : cases) {
+    SCOPED_TRACE(std::string("bad ") + bad + ", to " + std::to_string(position));
+    mtd_write_ctx* const ctx = mtd_write_open(start_on(bad, "", stale_));
+    EXPECT_EQ(mtd_seek_write_pos(*ctx, position), landing < 0 ? -1 : 0);
+    EXPECT_EQ(mtd_current_pos(ctx->fd), std::max<int64_t>(landing, 0));
+    EXPECT_EQ(mtd_write_close(ctx), 0);
   }
+  EXPECT_EQ(mtd_seek_pos(4096, 0, -1, 0), -1);
+  EXPECT_EQ(mtd_seek_pos(24576, 4096, -1, 0), -1);  // the queries fail
+}
+
+TEST_F(Mtd, PartitionsAreFoundByTheirExactName) {
+  const std::string name(63, 'n'), longer = "partition 63 " + name + "cut 131072\n";
+  ASSERT_EQ(load("partition 5 p 262144\npartition 64 high 131072\npartition -1 low 131072\n" + longer), 2);
+  const mtd_partition* const found = mtd_find_partition("p");
+  EXPECT_EQ(found->index, 5);
+  EXPECT_EQ(found->size / found->erase_size, 2u);
+  EXPECT_EQ(found->write_size, 2048u);
+  for (const char* other : {"P", "pp", "high", "low", ""}) EXPECT_EQ(mtd_find_partition(other), nullptr);
+  EXPECT_EQ(mtd_find_partition(name.c_str())->index, 63);
+  ASSERT_EQ(load("partition 5 other 131072\n"), 1);
+  EXPECT_STREQ(found->name, "other");  // the table is refilled in place
+  for (const char* old : {"p", name.c_str()}) EXPECT_EQ(mtd_find_partition(old), nullptr);
+}
+
+// The list is read up to 2047 bytes, which here end within a name.
+TEST_F(Mtd, NoNameIsCutByTheEndOfTheList) {
+  std::string conf;
+  for (char c = 'A'; c < 'A' + 40; ++c) {
+    conf += "partition " + std::to_string(c - 'A') + " " + std::string(29, c) + " 131072\n";
+  }
+  ASSERT_LT(load(conf), 40);
+  for (char letter = 'A'; letter < 'A' + 40; ++letter) {
+    for (size_t length = 1; length < 29; ++length) {
+      EXPECT_EQ(mtd_find_partition(std::string(length, letter).c_str()), nullptr) << letter << length;
+    }
+  }
+}
+
+TEST_F(Mtd, ContextsStartEmptyAndLeaveNothingOpen) {
+  EXPECT_EQ(load(""), 0);
+  for (const char* fault : {"list at 1 fail", "geometry at 1 fail"})
+    EXPECT_EQ(load("partition 0 p 262144\n", fault), -1);
+  ASSERT_EQ(load("partition 0 p 262144\n", "open at 4 fail\nclose at 3 fail\nlist at 2 fail"), 1);
+  const mtd_partition& partition = *mtd_find_partition("p");
+  mtd_read_ctx* const in = mtd_read_open(partition);
+  mtd_write_ctx* const out = mtd_write_open(partition);
+  EXPECT_EQ(mtd_read_open(partition), nullptr);
+  EXPECT_EQ(mtd_write_open(mtd_partition{}), nullptr);
+  EXPECT_EQ(in->consumed, 131072u);
+  EXPECT_EQ(mtd_load_partitions(), -1);
+  EXPECT_EQ(in->partition->erase_size, 131072u);  // what is open goes on
   mtd_read_close(in);
+  EXPECT_EQ(mtd_write_close(out), -1);
+  EXPECT_EQ(sim_restart(folder_), 0u);
 }
 
 }  // namespace
