@@ -5,37 +5,32 @@ import unittest
 
 from module import SMALL, Module
 from mtd_module import load_kernel_modules
-from packages import Image, Package, expected_flash, noise
+from packages import expected_flash, images
 from servers import serve
 
 
-def call(command):
-    subprocess.run(command, shell=True, check=True, stdout=subprocess.DEVNULL)
+def call(command, check=True):
+    subprocess.run(command, shell=True, check=check, stdout=subprocess.DEVNULL)
 
 
 class DataVolume(unittest.TestCase):
-    package = Package([Image("system", noise(400_000))])
-
-    @classmethod
-    def setUpClass(cls):
-        load_kernel_modules("zstd", "lzo", "deflate", "ubi", "ubifs")
+    package = images("system", 400_000)
 
     def attach(self, module):
+        """Returns the process that holds a file open."""
+        load_kernel_modules("zstd", "lzo", "deflate", "ubi", "ubifs")
         device = module.device("userdata")
         call(f"ubiformat -y -q {device} && ubiattach /dev/ubi_ctrl -p {device} -d 2 && ubimkvol /dev/ubi2 -N data -m")
-        call("mount -t ubifs /dev/ubi2_0 /data")
-        self.addCleanup(lambda: subprocess.run("umount -l /data/inner /data; ubidetach -d 2", shell=True,
-                                               stderr=subprocess.DEVNULL, check=False))
-        pathlib.Path("/data/file").write_text("kept open")
+        call("mount -t ubifs /dev/ubi2_0 /data && echo kept open >/data/file")
         holder = subprocess.Popen(["sh", "-c", "exec sleep 600 </data/file"])
+        self.addCleanup(call, "{ umount -l /data/inner /data; ubidetach -d 2; } 2>/dev/null", check=False)
         self.addCleanup(holder.kill)
         return holder
 
     def test_released_and_written(self):
         with serve(self.package.bytes()) as server, Module(bad={"userdata": {3}}) as module:
             holder = self.attach(module)
-            run = module.run(server.url())
-            self.assertEqual(run.status, 0, module.log())
+            self.assertEqual(module.run(server.url()).status, 0, module.log())
             self.assertIsNotNone(holder.wait(5))
             self.assertFalse(pathlib.Path("/dev/ubi2").exists())
             self.assertNotIn("ubi2_0", pathlib.Path("/proc/mounts").read_text())
@@ -45,10 +40,8 @@ class DataVolume(unittest.TestCase):
         with serve(self.package.bytes()) as server, Module() as module:
             self.attach(module)
             call("mkdir /data/inner && mount -t tmpfs tmpfs /data/inner && sync")
-            before = {name: module.dump(name) for name in SMALL if name != "userdata"}
-            run = module.run(server.url())
-            self.assertEqual(run.status, 255)
+            self.assertEqual(module.run(server.url()).status, 255)
             self.assertEqual(module.text("fail_reason"), "umount /data failed\n")
-            self.assertTrue(all(module.dump(name) == data for name, data in before.items()))
-            self.assertEqual(pathlib.Path("/data/file").read_text(), "kept open")
+            self.assertTrue(all(module.dump(name) == module.initial(name) for name in SMALL if name != "userdata"))
+            self.assertEqual(pathlib.Path("/data/file").read_text(), "kept open\n")
             call("umount /data/inner && umount /data && ubidetach -d 2")
