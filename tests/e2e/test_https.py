@@ -123,6 +123,8 @@ class HttpsTest(unittest.TestCase):
                            ["ginfo->file_len: PAGE, error", "download last: 0/PAGE"])
         with ScriptedServer([header(LEN, "500 Broken") + DATA], tls=server_context(FOLDER)) as server:
             self.check(server.url(), {}, (22, "HTTP response code said error"), f"download stop: 0/{LEN}\n")
+        with ScriptedServer([header(LEN, "302 Found", ["Location: /"]) + DATA], tls=server_context(FOLDER)) as server:
+            self.check(server.url(), {})  # taken for what it holds: no redirect is followed
 
     def test_cut(self):
         head = header(LEN)
