@@ -139,7 +139,7 @@ class TarvPkg(unittest.TestCase):
             self.refuses(words, "diff", *files, status=2)
 
     def test_refusals_leave_no_trace(self):
-        self.write(a=b"data", b=b"", half=b"", rest=b"", status=b"x", out=b"old", **{".hidden": b""})
+        self.write(a=b"data", b=b"", half=b"", rest=b"", status=b"x", out=b"version = 31406-1\n[tz]\nfile = a\n", **{".hidden": b""})
         (self.folder / "dir").mkdir()
         os.mkfifo(self.folder / "pipe")
         os.truncate(self.folder / "half", 2**30)
@@ -154,7 +154,9 @@ class TarvPkg(unittest.TestCase):
             (1, "tz=a boot=/sys/kernel/uevent_seqnum", "/sys/kernel/uevent_seqnum became shorter"),
             (1, "modem=half system=rest", "2147483648 2147483647"), (2, "tz=a --save-as abl=x", '--save-as "abl"'),
             (2, "tz=a --major 65536", "--major 65535"), (2, "--save-as= tz=a abl=a", "--save-as= no value"),
-            (1, "out=a", "no group"), (1, "tz=out", "one of the image files")]
+            (1, "out=a", "no group"), (1, "tz=out", "one of the image files"),
+            (1, "tz=a abl=b boot=b --save-as boot=c", "image 2 several empty"),
+            (2, "tz=a --save-as tz=x --save-as tz=y", "--save-as named twice"), (1, "--manifest out", "is the manifest")]
         before = self.contents()
         for status, args, words in cases:
             args = ["--version", "31406-1", "--output", "out", *args.split(" ")]

@@ -63,7 +63,8 @@ class TarvStore(unittest.TestCase):
             self.assertFalse((self.folder / "out").exists())
         for line in ("", "show --mtd", "--erase-size 1000 map"):
             self.tool(line, 2)
-        self.tool("extract 0 -o vexonv.bin", 1)
+        for mine in ("vexonv.bin", "vexonv.bad"):
+            self.tool(f"extract 0 -o {mine}", 1)
         for line in ("show", "map", "--help"):
             self.tool(line, 1, stdout=os.open("/dev/full", os.O_WRONLY))
             self.tool(line, 1, stdout=None, preexec_fn=lambda: os.close(1))

@@ -11,6 +11,7 @@
 #include "tools/tarv-pkg/create.h"
 #include "tools/tarv-pkg/diff.h"
 #include "tools/tarv-pkg/extract.h"
+#include "tools/tarv-pkg/input_file.h"
 #include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/partition_names.h"
 #include "tools/tarv-pkg/show.h"
@@ -107,6 +108,8 @@ void take_images(const words& given, package_order& order) {
     bool found = false;
     for (image_order& image : order.images) {
       if (image.partition.text != partition) continue;
+      if (image.saved_name.is_told())
+        throw CLI::ValidationError("--save-as", "partition " + in_quotes(partition) + " is named twice");
       image.saved_name.text = name;
       found = true;
     }
@@ -124,6 +127,8 @@ package_order order_of(const words& given) {
   if (given.manifest) {
     if (!given.images.empty() || !given.saved_names.empty()) throw CLI::ExcludesError("--manifest", "images");
     order = read_manifest(*given.manifest);
+    if (input_file(*given.manifest).has_name(given.output))
+      throw refusal(in_quotes(given.output) + " is the manifest; choose another output");
   } else {
     take_images(given, order);
   }

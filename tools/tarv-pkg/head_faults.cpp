@@ -72,6 +72,19 @@ void check_recovery_package(const package_head& head) {
   }
 }
 
+// The updater goes on to the next image with that image's bytes. Behind the package's last byte it still
+// opens one empty image, but not those behind it, of which the check stage then misses the files.
+void check_empty_tail(const package_head& head) {
+  uint32_t tail = head.image_num;
+  while (tail > 0 && head.images[tail - 1].size == 0) --tail;
+  for (uint32_t i = tail + 1; i < head.image_num; ++i) {
+    if (group_of(head, i) == kStoreGroup) continue;
+    throw image_refusal(head, i,
+                        "several empty images end the package, and the updater comes only to the first of "
+                        "them; put an image with data last");
+  }
+}
+
 void check_repetitions(const package_head& head, bool in_store_too) {
   for (uint32_t i = 0; i < head.image_num; ++i) {
     if (group_of(head, i) == kStoreGroup && !in_store_too) continue;
@@ -115,6 +128,7 @@ void check_entries(const package_head& head) {
   check_store_images(head);
   check_first_entry(head);
   check_recovery_package(head);
+  check_empty_tail(head);
   // The updater writes the second image over the first and then does not find the first. In the store it only
   // keeps both.
   check_repetitions(head, false);

@@ -84,8 +84,12 @@ void take(std::string_view line, const std::string& place, package_order& order)
   line.front() == '[' ? begin_image(line, place, order) : take_value(line, place, order);
 }
 
-// `text` as the value of a key.
-std::string as_value(std::string_view text) {
+// `text` as the value of a key, for a field of `capacity` bytes.
+std::string as_value(std::string_view text, size_t capacity) {
+  if (text.empty() || text.size() >= capacity) {
+    throw refusal("the text " + in_quotes(text) + " has " + std::to_string(text.size()) +
+                  " characters; a manifest takes 1 to " + std::to_string(capacity - 1));
+  }
   if (holds_control_character(text))
     throw refusal("the text " + in_quotes(text) + " holds a control character");
   return " = " + in_quotes(text) + '\n';
@@ -111,13 +115,13 @@ package_order read_manifest(const std::string& path) {
 }
 
 std::string manifest_of(const package_head& head) {
-  std::string text = "version" + as_value(field_text(head.img_version));
+  std::string text = "version" + as_value(field_text(head.img_version), sizeof head.img_version);
   text += "major = " + std::to_string(head.major_version) + '\n';
   text += "minor = " + std::to_string(head.minor_version) + '\n';
   for (uint32_t i = 0; i < head.image_num; ++i) {
     const std::string name(field_text(head.images[i].name));
     text.append("\n[").append(name).append("]\nfile = ").append(name);
-    text += "\nsave-as" + as_value(field_text(head.images[i].file_name));
+    text += "\nsave-as" + as_value(field_text(head.images[i].file_name), sizeof head.images[i].file_name);
   }
   return text;
 }

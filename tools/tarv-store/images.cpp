@@ -125,7 +125,7 @@ void verify_store(FILE* out, bool as_json) {
 void extract_image(const std::string& image, const std::string& path) {
   crc32_init_table();
   check_output_path(path);
-  if (is_dump(path)) throw refusal(in_quotes(path) + " is one of the dumps; choose another output");
+  if (is_dump(path)) throw refusal(in_quotes(path) + " belongs to the dumps; choose another output");
   const store_view store = open_store();
   require_armed(store);
   const uint32_t wanted = find_image(store.record, image);

@@ -91,7 +91,7 @@ void draw_legend(FILE* out, const canvas& on, const store_view& store,
 
 void map_store(FILE* out, const std::string& svg_path) {
   if (!svg_path.empty()) check_output_path(svg_path);
-  if (is_dump(svg_path)) throw refusal(in_quotes(svg_path) + " is one of the dumps; choose another output");
+  if (is_dump(svg_path)) throw refusal(in_quotes(svg_path) + " belongs to the dumps; choose another output");
   store_view store = open_store();
   const auto uses = survey(store);
   const canvas on = canvas_of(out);

@@ -10,7 +10,7 @@
 // Puts the dumps in `folder` in the flash's place, for good. Throws a refusal as find_dumps does.
 void read_from_dumps(const std::string& folder, uint32_t erase_size);
 
-// True when `path` is one of the dumps chosen.
+// True when `path` is one of the dumps chosen, or the list of bad blocks beside one.
 [[nodiscard]] bool is_dump(const std::string& path);
 
 #endif

@@ -102,8 +102,8 @@ void require_armed(const store_view& store) {
     throw refusal("the store is not armed: its record has the storing form, never to be acted on");
   }
   if (store.form == record_form::none) {
-    throw refusal("the store is not armed: there is no record in block " + std::to_string(store.head_block) +
-                  " of " + in_quotes(store_list[0]) + " (" + store.remark + ")");
+    throw refusal("the store is not armed: there is no record in the first good block of " +
+                  in_quotes(store_list[0]) + " (" + store.remark + ")");
   }
   if (!store.fault.empty()) throw refusal(store.fault);
 }
