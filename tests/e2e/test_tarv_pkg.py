@@ -139,7 +139,8 @@ class TarvPkg(unittest.TestCase):
             self.refuses(words, "diff", *files, status=2)
 
     def test_refusals_leave_no_trace(self):
-        self.write(a=b"data", b=b"", half=b"", rest=b"", status=b"x", out=b"version = 31406-1\n[tz]\nfile = a\n", **{".hidden": b""})
+        manifest = b"version = 31406-1\n[tz]\nfile = a\n"
+        self.write(a=b"data", b=b"", half=b"", rest=b"", status=b"x", out=manifest, **{".hidden": b""})
         (self.folder / "dir").mkdir()
         os.mkfifo(self.folder / "pipe")
         os.truncate(self.folder / "half", 2**30)
