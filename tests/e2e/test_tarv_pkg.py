@@ -157,7 +157,8 @@ class TarvPkg(unittest.TestCase):
             (2, "tz=a --major 65536", "--major 65535"), (2, "--save-as= tz=a abl=a", "--save-as= no value"),
             (1, "out=a", "no group"), (1, "tz=out", "one of the image files"),
             (1, "tz=a abl=b boot=b --save-as boot=c", "image 2 several empty"),
-            (2, "tz=a --save-as tz=x --save-as tz=y", "--save-as named twice"), (1, "--manifest out", "is the manifest")]
+            (2, "tz=a --save-as tz=x --save-as tz=y", "--save-as named twice"),
+            (1, "--manifest out", "is the manifest")]
         before = self.contents()
         for status, args, words in cases:
             args = ["--version", "31406-1", "--output", "out", *args.split(" ")]
