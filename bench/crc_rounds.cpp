@@ -1,5 +1,5 @@
-// crc-rounds time            compares the checksum with a byte-wise loop and zlib's: "bytewise ours zlib" in
-// MB/s crc-rounds NAME PASSES     makes passes of one of them over 4 KiB, for counting instructions
+// "crc-rounds time" compares the checksum with a byte-wise loop and zlib's: prints MB/s of the three.
+// "crc-rounds NAME PASSES" makes passes of one of them over 4 KiB, for counting instructions.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 #include "package/crc32.h"
 

@@ -1,14 +1,10 @@
 """Peak memory: against curl's, on a 32-bit module, and from 8 MiB to 1 GiB of package."""
-import pathlib
-import re
-import subprocess
-import time
-
-from module import KIB, MIB, Module
+from module import MIB, Module
 from packages import Image, Package, noise
 from road import visit
 from servers import Nginx
 from table import Row, ratio
+from weight import weigh
 
 PARTITIONS = {"recoveryfs": 1056 * MIB}
 
@@ -17,17 +13,8 @@ def peak(size):
     """In KiB, of an update of that many bytes on simulated flash."""
     package = Package([Image("recoveryfs", noise(MIB) * (size // MIB))])
     with Module(PARTITIONS) as module, Nginx() as nginx:
-        command = [*module.command(module.program), "--debug", "--url", nginx.put("large.pkg", package.bytes())]
-        most = 0
-        with subprocess.Popen(command, stdout=subprocess.DEVNULL) as run:
-            while run.poll() is None:
-                text = pathlib.Path(f"/proc/{run.pid}/status").read_text()
-                found = re.search(r"VmHWM:\s+(\d+)", text)
-                if found and "tarvolin-sim" in text:
-                    most = max(most, int(found[1]))
-                time.sleep(0.005)
-        assert run.returncode == 0, module.log()[-2000:]
-    return most
+        url = nginx.put("large.pkg", package.bytes())
+        return weigh([*module.command(module.program), "--debug", "--url", url])["peak"]
 
 
 def measure(bin_dir, arm_bin_dir):

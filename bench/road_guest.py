@@ -9,10 +9,10 @@ import subprocess
 import sys
 import time
 
-from module import BIN_DIR, KIB, Module
+from module import BIN_DIR, MIB, Module
 from servers import Nginx
+from weight import weigh
 
-MIB = KIB * KIB
 SIZES = {"road": 32 * MIB, "calls-1": 4 * MIB, "calls-2": 8 * MIB}
 PARTITION = "recoveryfs"
 ROUNDS = {"plain": 3, "slow": 2}
@@ -61,17 +61,7 @@ class Road:
         assert self.module.dump(PARTITION)[: len(image)] == image
 
     def weigh(self, command):
-        """Peak memory in KiB: resident, and the part of it that stands for no file."""
-        most = {"peak": 0, "anonymous": 0}
-        with subprocess.Popen(command, stdout=subprocess.DEVNULL, env=self.module.environment()) as process:
-            while process.poll() is None:
-                text = pathlib.Path(f"/proc/{process.pid}/status").read_text()
-                for name, line in (("peak", "VmHWM:"), ("anonymous", "RssAnon:")):
-                    if line in text:
-                        most[name] = max(most[name], int(text.split(line)[1].split()[0]))
-                time.sleep(0.002)
-        assert process.returncode == 0, command
-        return most
+        return weigh(command, self.module.environment())
 
     def count_calls(self, package):
         self.update(BIN_DIR / "tarvolin", package, ["strace", "-f", "-c", "-U", "calls,name", "-o", "/tmp/calls"])

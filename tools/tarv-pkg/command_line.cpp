@@ -11,7 +11,6 @@
 #include "tools/tarv-pkg/create.h"
 #include "tools/tarv-pkg/diff.h"
 #include "tools/tarv-pkg/extract.h"
-#include "tools/tarv-pkg/input_file.h"
 #include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/partition_names.h"
 #include "tools/tarv-pkg/show.h"
@@ -127,8 +126,6 @@ package_order order_of(const words& given) {
   if (given.manifest) {
     if (!given.images.empty() || !given.saved_names.empty()) throw CLI::ExcludesError("--manifest", "images");
     order = read_manifest(*given.manifest);
-    if (input_file(*given.manifest).has_name(given.output))
-      throw refusal(in_quotes(given.output) + " is the manifest; choose another output");
   } else {
     take_images(given, order);
   }

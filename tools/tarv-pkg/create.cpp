@@ -93,9 +93,12 @@ void check_table(const package_order& order, const package_head& head) {
   }
 }
 
-// Keeps a slip of the pen from replacing an image by a package.
-void check_output(const std::string& path, const std::deque<input_file>& files) {
+// Keeps a slip of the pen from replacing the manifest or an image by a package.
+void check_output(const package_order& order, const std::deque<input_file>& files) {
+  const std::string& path = order.output;
   check_output_path(path);
+  if (!order.manifest.empty() && input_file(order.manifest).has_name(path))
+    throw refusal(in_quotes(path) + " is the manifest; choose another output");
   for (const input_file& file : files) {
     if (file.has_name(path))
       throw refusal(in_quotes(path) + " is one of the image files; choose another output");
@@ -146,7 +149,7 @@ void create_package(const package_order& order) {
   package_head head = plan_head(order);
   std::deque<input_file> files = open_images(order, head);
   check_table(order, head);
-  check_output(order.output, files);
+  check_output(order, files);
   warn_of_doubts(head);
   output_file out(order.output);
   crc32_init_table();

@@ -24,6 +24,7 @@ struct image_order {
 struct package_order {
   told version;
   told major_version, minor_version;  // 0 when not told
+  std::string manifest;               // file that tells all this; empty: the command line does
   std::string output;
   std::vector<image_order> images;  // in package order
 };

@@ -102,6 +102,7 @@ package_order read_manifest(const std::string& path) {
   std::string_view rest = text;
   if (rest.substr(0, kByteOrderMark.size()) == kByteOrderMark) rest.remove_prefix(kByteOrderMark.size());
   package_order order;
+  order.manifest = path;
   for (size_t number = 1; !rest.empty(); ++number) {
     const std::string place = path + ':' + std::to_string(number) + ": ";
     in_place(place, [&] { take(take_line(rest), place, order); });

@@ -9,8 +9,9 @@
 
 namespace {
 
-// Reads the numbers of `path`, if it is there, into the dump's table.
-void read_bad_list(const std::string& path, partition_dump& dump) {
+// Reads the numbers of the list, if it is there, into the dump's table.
+void read_bad_list(partition_dump& dump) {
+  const std::string& path = dump.bad_list;
   std::ifstream list(path);
   const bool missing = !list && !std::filesystem::exists(path);
   if (missing) return;
@@ -34,7 +35,7 @@ std::string file_of(const std::string& folder, const std::string& name, const ch
 }
 
 partition_dump find_dump(const std::string& folder, const std::string& name, uint32_t erase_size) {
-  partition_dump dump = {name, file_of(folder, name, ".bin"), 0, {}};
+  partition_dump dump = {name, file_of(folder, name, ".bin"), file_of(folder, name, ".bad"), 0, {}};
   if (!std::filesystem::is_regular_file(dump.path)) throw refusal(in_quotes(dump.path) + " is no dump");
   const uintmax_t size = std::filesystem::file_size(dump.path);
   if (size == 0 || size > UINT32_MAX || size % erase_size != 0) {
@@ -44,7 +45,7 @@ partition_dump find_dump(const std::string& folder, const std::string& name, uin
   }
   dump.size = static_cast<uint32_t>(size);
   dump.bad.resize(size / erase_size);
-  read_bad_list(file_of(folder, name, ".bad"), dump);
+  read_bad_list(dump);
   return dump;
 }
 

@@ -10,6 +10,7 @@
 struct partition_dump {
   std::string name;
   std::string path;       // of NAME.bin
+  std::string bad_list;   // path of NAME.bad, be it there or not
   uint32_t size;          // bytes, a multiple of the erase size
   std::vector<bool> bad;  // one for each block
 };

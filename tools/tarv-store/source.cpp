@@ -33,9 +33,8 @@ void read_from_dumps(const std::string& folder, uint32_t erase_size) {
 bool is_dump(const std::string& path) {
   const auto is_same = [&](const partition_dump& dump) {
     std::error_code none;
-    const std::filesystem::path bad_list = std::filesystem::path(dump.path).replace_extension(".bad");
     return std::filesystem::equivalent(path, dump.path, none) ||
-           std::filesystem::equivalent(path, bad_list, none);
+           std::filesystem::equivalent(path, dump.bad_list, none);
   };
   return std::any_of(dumps.begin(), dumps.end(), is_same);
 }
