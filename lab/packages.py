@@ -34,6 +34,7 @@ class Image:
     file_name: str = None
     size: int = None  # as the table announces it
     crc: int = None
+    behind: bytes = b""  # what stands in the name's field, behind the name and its NUL
 
     def saved_name(self):
         return self.file_name if self.file_name is not None else self.name + ".img"
@@ -41,7 +42,8 @@ class Image:
     def entry(self):
         size = len(self.data) if self.size is None else self.size
         crc = jamcrc(self.data) if self.crc is None else self.crc
-        return struct.pack("<32s68sII", _bytes(self.name), _bytes(self.saved_name()), size, crc)
+        name = _bytes(self.name) + (b"\0" + self.behind if self.behind else b"")
+        return struct.pack("<32s68sII", name, _bytes(self.saved_name()), size, crc)
 
 
 @dataclass

@@ -15,6 +15,7 @@
 #include "package/head_check.h"
 #include "package/images.h"
 #include "store/data_volume.h"
+#include "store/head_block.h"
 #include "store/partition_groups.h"
 #include "store/space.h"
 #include "store/stream.h"
@@ -80,6 +81,20 @@ int check_recovery_package() {
   return 0;
 }
 
+// The block of the head record takes no record: no store can begin, and the one before it was not touched
+// behind that block. Returns -1.
+int refuse_head_block() {
+  TARV_LOG(kOp, "vexo_tarv_init_head_flash error\n");
+  store_head_record found = {};
+  if (tarv_read_head_block(found) >= 0 && found.magic == TARV_RESTORE_MAGIC) {
+    tarv_write_fail_reason(
+        "userdata takes no head record; the earlier armed store still stands; /data is unmounted\n");
+  } else {
+    tarv_write_fail_reason("userdata takes no head record; no armed store was found; /data is unmounted\n");
+  }
+  return -1;
+}
+
 // Releases the data volume, writes the storing head record and opens the store behind it. Returns 0 or -1.
 int prepare_store() {
   if (tarv_umount_ubi() != 0) {
@@ -90,7 +105,7 @@ int prepare_store() {
   ghead->magic = TARV_STORING_MAGIC;
   ghead->status = ginfo->status;
   ghead->valid_pt = 0;
-  vexo_tarv_init_head_flash(*ghead);
+  if (vexo_tarv_init_head_flash(*ghead) != 0) return refuse_head_block();
 
   ginfo->write_ctx = vexo_tarv_mtd_open_write(store_list[0]);
   if (ginfo->write_ctx == nullptr) {
@@ -101,7 +116,8 @@ int prepare_store() {
     TARV_LOG(kOp, "%s[%d] mtd_seek_write_pos error\n", kOp, __LINE__);
     return fail();
   }
-  if (mtd_current_pos(ginfo->write_ctx->fd) < 0) {
+  ginfo->store_data_start = mtd_current_pos(ginfo->write_ctx->fd);
+  if (ginfo->store_data_start < 0) {
     TARV_LOG(kOp, "mtd_erase_blocks: couldn't SEEK_CUR: %s\n", strerror(errno));
     return fail();
   }

@@ -7,6 +7,7 @@
 #include "mtd/block_io.h"
 #include "mtd/device.h"
 #include "store/partition_groups.h"
+#include "store/partition_lookup.h"
 
 namespace {
 
@@ -43,15 +44,8 @@ double megabytes(uint32_t bytes) {
 }  // namespace
 
 uint32_t get_partition_valid_size(const char* name) {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(__func__, "scan part failed.\n");
-    return kNoValidSize;
-  }
-  const mtd_partition* const partition = mtd_find_partition(name);
-  if (partition == nullptr) {
-    TARV_LOG(__func__, "no mtd partition named \"%s\"\n", name);
-    return kNoValidSize;
-  }
+  const mtd_partition* const partition = find_logged_partition(__func__, name);
+  if (partition == nullptr) return kNoValidSize;
   mtd_write_ctx* const ctx = mtd_write_open(*partition);
   if (ctx == nullptr) {
     TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", name);

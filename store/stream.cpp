@@ -3,6 +3,7 @@
 #include "main/run/log.h"
 #include "mtd/block_io.h"
 #include "store/partition_groups.h"
+#include "store/partition_lookup.h"
 #include "store/space.h"
 
 namespace {
@@ -20,17 +21,6 @@ bool is_last(int i) {
   return i + 1 >= ginfo->store_partitions;
 }
 
-// The table entry of `name` for the operation `op`, or null, logged.
-const mtd_partition* find_partition(const char* op, const char* name) {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(op, "scan part failed.\n");
-    return nullptr;
-  }
-  const mtd_partition* const partition = mtd_find_partition(name);
-  if (partition == nullptr) TARV_LOG(op, "no mtd partition named \"%s\"\n", name);
-  return partition;
-}
-
 template <typename Ctx>
 Ctx* open_partition(const char* op, const char* verb, const char* name, Ctx* (*open)(const mtd_partition&)) {
   TARV_LOG(op, "%s %s\n", op, name != nullptr ? name : "(null)");
@@ -38,25 +28,11 @@ Ctx* open_partition(const char* op, const char* verb, const char* name, Ctx* (*o
     TARV_LOG(op, "%s, partition is NULL\n", op);
     return nullptr;
   }
-  const mtd_partition* const partition = find_partition(op, name);
+  const mtd_partition* const partition = find_logged_partition(op, name);
   if (partition == nullptr) return nullptr;
   Ctx* const ctx = open(*partition);
   if (ctx == nullptr) TARV_LOG(op, "can't %s mtd partition \"%s\"\n", verb, name);
   return ctx;
-}
-
-// Erases the partition behind `ctx` and puts the record into its buffer. Returns 0 or -1.
-int put_head(mtd_write_ctx& ctx, const store_head_record& record) {
-  constexpr const char* op = "vexo_tarv_init_head_flash";
-  if (mtd_erase_blocks(ctx, -1) == -1) {
-    TARV_LOG(op, "%s[%d] error erasing blocks\n", op, __LINE__);
-    return -1;
-  }
-  if (mtd_write_data(ctx, &record, sizeof record) != sizeof record) {
-    TARV_LOG(op, "%s[%d]mtd_write_data error\n", op, __LINE__);
-    return -1;
-  }
-  return 0;
 }
 
 constexpr const char* kAppend = "vexo_tarv_mtd_append";
@@ -164,18 +140,6 @@ void vexo_tarv_mtd_close_read(mtd_read_ctx* ctx) {
   }
   TARV_LOG(__func__, "%s %s\n", __func__, ctx->partition->name);
   mtd_read_close(ctx);
-}
-
-void vexo_tarv_init_head_flash(const store_head_record& record) {
-  const mtd_partition* const partition = find_partition(__func__, store_list[0]);
-  if (partition == nullptr) return;
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return;
-  }
-  (void)!put_head(*ctx, record);  // logged there; the context is closed either way
-  if (mtd_write_close(ctx) != 0) TARV_LOG(__func__, "mtd_write_close error\n");
 }
 
 int vexo_tarv_mtd_append(const void* data, int32_t length) {

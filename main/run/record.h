@@ -72,7 +72,8 @@ struct run_record {
   // Store.
   uint32_t store_capacity[kStorePartitions];  // usable bytes of each store partition
   int32_t store_partitions;                   // partitions from the front of the list that the stream may use
-  uint32_t vexonv_saved;  // stored bytes in the fourth store partition, which has no slot in ghead
+  int64_t store_data_start;  // byte of "userdata" where this run's data begin, behind the head block
+  uint32_t vexonv_saved;     // stored bytes in the fourth store partition, which has no slot in ghead
 };
 
 extern run_record* const ginfo;

@@ -2,7 +2,7 @@
 import unittest
 
 from module import KIB, Module, without
-from packages import RESTORE, Image, Package, no_images, noise
+from packages import RESTORE, Image, Package, images, no_images, noise
 from servers import ScriptedServer, header
 
 ALL_ONES, HALF = 0xFFFFFFFF, 0x80000000
@@ -67,7 +67,14 @@ STAGE_FAILURES = (
     (253, "can't write mtd partition tz", [Image("boot", DATA), Image("tz", DATA)]),
     (253, "image[0] boot crc check failed", [Image("boot", LARGE), Image("boot", DATA, "b")]),
     (253, "image[0] boot crc check failed", [Image("boot", LARGE)], "read at 4 corrupt"),
-    (253, "store head record is not in its place", [Image("system", DATA)], "erase in userdata 0 fail always"),
+    (253, "store head record is not in its place", [Image("system", DATA)], "erase in userdata 0 after 1 fail always"),
+)
+# A block of the head record that takes none: fault plan, what is said of the store before.
+HEAD_FAULTS = (
+    ("erase in userdata 0 fail always", "the earlier armed store still stands"),
+    ("program in userdata 0 refused always", "no armed store was found"),
+    ("program in userdata 0 short always\nerase in userdata 0 after 2 fail always", "no armed store was found"),
+    ("badblock in userdata 0 fail always", "no armed store was found"),
 )
 USAGE = r"\n\*{63}\nUsage: \S+ --type=<type> --url=<url>\nPARAMS:\n\n(.*\n){4}\n.*/tmp/tarvolin\n\*{63}\n"
 # Options behind an acceptable --url, exit status, what is printed on standard output and on standard error.
@@ -111,6 +118,22 @@ class Refusals(unittest.TestCase):
                 self.assertFalse(module.dump("userdata").startswith(RESTORE.to_bytes(4, "little")))
                 changed = {name for name in module.partitions if module.dump(name) != module.initial(name)}
                 self.assertLessEqual(changed, {"userdata", *(i.name for i in images if i.name != "system")})
+
+    def test_head_record_that_is_not_taken(self):
+        """Over the armed store of this very package: nothing behind the record's block changes, and none is armed anew."""
+        package = images("system", 300_000, "boot", 5_000)
+        for faults, store in HEAD_FAULTS:
+            with self.subTest(faults), Module() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
+                self.assertEqual(module.run(server.url()).status, 0)
+                before = module.dumps()
+                module.set_faults(faults)
+                self.assertEqual(module.run(server.url()).status, 255)
+                reason = f"userdata takes no head record; {store}; /data is unmounted\n"
+                self.assertEqual(module.text("fail_reason"), reason)
+                changed = [name for name in before if module.dump(name)[module.block:] != before[name][module.block:]]
+                self.assertEqual(changed, [])
+                is_armed = module.dump("userdata").startswith(RESTORE.to_bytes(4, "little"))
+                self.assertEqual(is_armed, "erase in userdata 0 fail" in faults or "badblock" in faults)
 
     def test_command_line(self):
         for options, status, output, errors in COMMAND_LINES:

@@ -34,6 +34,7 @@ UPDATES = {
     "another product's version": (Package([Image("boot", DATA)], version="31407"), {"revid": "31406\n"}),
     "long versions": (Package([Image("boot", DATA)], version=b"31405" + b"x" * 59), {"revid": "31405" + "y" * 1500}),
     "one partition twice": (Package([Image("boot", DATA.ljust(BLOCK, b"\0")), Image("boot", DATA, "2")]), {}),
+    "bytes behind a name": (Package([Image("system", DATA, behind=b"secret"), Image("modem", DATA, behind=b"x" * 26)]), {}),
     "names for a shell": (Package([Image("boot", DATA, "$(reboot);`reboot` &"), Image("sbl", DATA, "\x1b]0;\a\n"),
                                    Image("efs2bak", DATA, "-rf ~ *"), Image("system", DATA, "head")]), {}),
 }
