@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "main/run/descriptors.h"
+
 namespace {
 
 constexpr size_t kPidRecordSize = 128;
@@ -45,6 +47,7 @@ void tarv_daemonize() {
   continue_in_child();
   (void)!chdir("/");
   umask(0);
+  close_inherited_descriptors();
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(fd);
   const int null = open("/dev/null", O_RDWR);
   (void)!dup(null);

@@ -1,6 +1,5 @@
 #include "mtd/partitions.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +13,7 @@ namespace {
 
 constexpr size_t kListCapacity = 2048;  // of the partition list's text; what goes beyond is not seen
 
-std::array<mtd_partition, 64> table;
+mtd_partition_table table;
 
 // Reads one line of the partition list. Returns false when it does not describe a partition, or not to its
 // end: a list that is longer than what is read may be cut within a name, and "recoveryfs" must not turn into
@@ -29,7 +28,9 @@ bool parse_line(const char* line, mtd_partition& entry) {
 // Empties every slot. The geometry stays: a context that is open on a slot goes on working when the load then
 // fails.
 void reset_table() {
-  for (mtd_partition& slot : table) {
+  table.slot_count = kPartitionSlots;
+  table.partition_count = -1;
+  for (mtd_partition& slot : table.entries) {
     slot.index = -1;
     slot.name[0] = '\0';
   }
@@ -39,8 +40,8 @@ void reset_table() {
 int load_line(const char* line) {
   mtd_partition entry;
   if (!parse_line(line, entry)) return 0;
-  if (entry.index < 0 || entry.index >= static_cast<int32_t>(table.size())) return 0;
-  mtd_partition& slot = table[static_cast<size_t>(entry.index)];
+  if (entry.index < 0 || entry.index >= table.slot_count) return 0;
+  mtd_partition& slot = table.entries[entry.index];
   slot = entry;
   if (mtd_partition_info(slot, nullptr, nullptr, &slot.write_size) != 0) {
     const int saved = errno;
@@ -88,11 +89,12 @@ int mtd_load_partitions() {
     if (last) break;
     line = line_end + 1;
   }
+  table.partition_count = count;
   return count;
 }
 
 const mtd_partition* mtd_find_partition(const char* name) {
-  for (const mtd_partition& partition : table) {
+  for (const mtd_partition& partition : table.entries) {
     if (partition.index >= 0 && strcmp(partition.name, name) == 0) return &partition;
   }
   return nullptr;

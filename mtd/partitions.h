@@ -19,6 +19,15 @@ struct mtd_partition {
   char name[64] = "";       // empty in an empty slot
 };
 
+constexpr int32_t kPartitionSlots = 64;
+
+// The process-wide table. Partition N stands in slot N.
+struct mtd_partition_table {
+  mtd_partition entries[kPartitionSlots];
+  int32_t slot_count = 0;        // 0 before the first load
+  int32_t partition_count = -1;  // found by the last load; -1 before the first one and after one that failed
+};
+
 struct free_deleter {
   void operator()(void* memory) const { free(memory); }
 };

@@ -61,7 +61,7 @@ bool check_length(const package_head& head) {
 }
 
 bool check_revid(const package_head&) {
-  if (ginfo->revid[0] == '\0') (void)!read_file_text(PATH_REVID, ginfo->revid, sizeof ginfo->revid);
+  if (ginfo->revid[0] == '\0') (void)!read_file_text(PATH_REVID, ginfo->revid);
   return ginfo->revid[0] != '\0' || REFUSE("Can not get revid.\n");
 }
 

@@ -15,8 +15,6 @@
 
 namespace {
 
-static_assert(sizeof(time_t) == 8, "dates beyond 2038");
-
 void format_stamp(char* stamp, size_t capacity) {
   const time_t now = time(nullptr);
   tm local = {};

@@ -1,6 +1,7 @@
 #include "main/run/result_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -44,6 +45,13 @@ void put_file(const char* path, int mode_flag, const void* data, size_t len) {
   if (!fd.valid()) return;
   const char* const bytes = static_cast<const char*>(data);
   write_fully(len, [&](size_t done, size_t left) { return write(fd.get(), bytes + done, left); });
+}
+
+// True when the open file is still the one that its name leads to, and holds no longer text than the next
+// one: overwriting it then leaves just that.
+bool can_overwrite(int fd, size_t len) {
+  struct stat info;
+  return fd >= 0 && fstat(fd, &info) == 0 && info.st_nlink > 0 && info.st_size <= static_cast<off_t>(len);
 }
 
 }  // namespace
@@ -99,19 +107,16 @@ int32_t tarv_get_download_size() {
 }
 
 void tarv_set_download_size(int32_t size) {
-  // Beyond 2 GiB the number goes round, and its text may become shorter.
-  if (size < 0) {
-    tarv_write_int_file(PATH_TARV_DOWNLOAD_SIZE, size);
-    return;
-  }
-  int32_t& fd = ginfo->download_size_fd;
-  if (fd < 0) fd = open(PATH_TARV_DOWNLOAD_SIZE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) return;
   char text[16];
-  const int len = snprintf(text, sizeof text, "%d", size);
-  write_fully(static_cast<size_t>(len), [&](size_t done, size_t left) {
-    return pwrite(fd, text + done, left, static_cast<off_t>(done));
-  });
+  const auto len = static_cast<size_t>(snprintf(text, sizeof text, "%d", size));
+  int32_t& fd = ginfo->download_size_fd;
+  if (!can_overwrite(fd, len)) {
+    tarv_close_download_size();
+    fd = open(PATH_TARV_DOWNLOAD_SIZE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  }
+  if (fd < 0) return;
+  write_fully(
+      len, [&](size_t done, size_t left) { return pwrite(fd, text + done, left, static_cast<off_t>(done)); });
 }
 
 void tarv_close_download_size() {

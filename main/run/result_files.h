@@ -52,8 +52,8 @@ void tarv_write_fail_reason(std::string_view reason);
 // Package bytes saved so far as the run directory has it: 0 when the file is missing, holds no number or a
 // negative one.
 [[nodiscard]] int32_t tarv_get_download_size();
-// Publishes that number, which grows within a run: the file stays open and is overwritten, so that whoever
-// reads it never finds it empty, and a piece of package costs one call to the system.
+// Publishes that number. The file stays open and is overwritten for as long as the number grows, so that
+// readers never find it empty. A shorter number and a file that was removed have it made anew.
 void tarv_set_download_size(int32_t size);
 // Closes it: nothing more will be saved.
 void tarv_close_download_size();

@@ -1,28 +1,9 @@
 #include "main/run/shell.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
-#include "main/run/number_text.h"
-
-namespace {
-
-// Marks every descriptor but the standard three close-on-exec: a library may have opened some without.
-void keep_descriptors_private() {
-  DIR* const open_descriptors = opendir("/proc/self/fd");
-  if (open_descriptors == nullptr) return;
-  while (const dirent* entry = readdir(open_descriptors)) {
-    const int fd = parse_decimal(entry->d_name).value_or(-1);
-    if (fd > STDERR_FILENO) fcntl(fd, F_SETFD, FD_CLOEXEC);
-  }
-  closedir(open_descriptors);
-}
-
-}  // namespace
+#include "main/run/descriptors.h"
 
 void tarv_run_command(const char* command) {
   keep_descriptors_private();

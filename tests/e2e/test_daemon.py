@@ -166,6 +166,26 @@ class DaemonTest(unittest.TestCase):
         self.assertEqual([request.count(b"\r\n\r\n") for request in self.server.requests], [1])
         self.check_update()
 
+    def test_descriptors_of_the_starter(self):
+        self.finish('exec 3</data 9>/data/log "$@"')
+        links = pathlib.Path(f"/proc/{self.held_run()}/fd").iterdir()
+        self.assertFalse([link for link in links if "/data" in os.readlink(link)])
+        self.check_update()
+
+    def test_stopped_and_continued(self):
+        """A socket with a time-out answers EINTR then."""
+        self.start('exec "$@" --debug')
+        pid = self.held_run()
+        for number in signal.SIGSTOP, signal.SIGCONT:
+            os.kill(pid, number)
+            until(lambda: (" T (" in self.state(pid)) == (number == signal.SIGSTOP))
+        time.sleep(0.1)
+        self.check_update()
+
+    @staticmethod
+    def state(pid):
+        return pathlib.Path(f"/proc/{pid}/status").read_text().replace("State:\t", " ")
+
     def test_closed_pipe(self):
         shell = self.start('"$@" --debug | head -1')
         self.held_run()
