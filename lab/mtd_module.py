@@ -20,8 +20,8 @@ def load_kernel_modules(*names):
 
 
 class MtdModule(SimModule):
-    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs;
-    `options` go to it as they are."""
+    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs, or
+    (partition, number, count) when they begin after so many erases, writes or reads; `options` go to it as they are."""
 
     program = "tarvolin"
 
@@ -63,8 +63,8 @@ class MtdModule(SimModule):
             options.append("badblocks=" + ",".join(map(str, bad)))
         for kind, places in faults.items():
             scale = 1 if kind == "weakblocks" else self.block // self.page
-            numbers = [self._block_number(name, 0) * scale + n for name, n in places]
-            options.append(f"{kind}=" + ",".join(f"{n}:0" for n in numbers))
+            numbers = [(self._block_number(name, 0) * scale + n, *count) for name, n, *count in places]
+            options.append(f"{kind}=" + ",".join(f"{n}:{count[0] if count else 0}" for n, *count in numbers))
         subprocess.run([*MODPROBE, "nandsim", *options], check=True)
         # The kernel's names are fixed; the program sees the module's in a copy of the list.
         lines = pathlib.Path("/proc/mtd").read_text().splitlines()[: len(self.partitions) + 1]

@@ -1,6 +1,7 @@
 """The data volume as the module has it: UBI on userdata, mounted on /data, with a process that holds a file open there."""
 import pathlib
 import subprocess
+import time
 import unittest
 
 from module import SMALL, Module
@@ -34,6 +35,17 @@ class DataVolume(unittest.TestCase):
             self.assertIsNotNone(holder.wait(5))
             self.assertFalse(pathlib.Path("/dev/ubi2").exists())
             self.assertNotIn("ubi2_0", pathlib.Path("/proc/mounts").read_text())
+            self.assertTrue(module.dump("userdata") == expected_flash(self.package, module)["userdata"])
+
+    def test_starter_that_leaves_a_descriptor_open(self):
+        """An updater that kept it would be a user of /data, and end itself."""
+        with serve(self.package.bytes()) as server, Module() as module:
+            self.attach(module)
+            call(f"exec {module.command(module.program)[0]} --url {server.url()} 7</data/file")
+            deadline = time.monotonic() + 120
+            while module.text("status") not in ("4", "5", "6") and time.monotonic() < deadline:
+                time.sleep(0.2)
+            self.assertEqual(module.history()[-1:], ["RESTORE"], module.log())
             self.assertTrue(module.dump("userdata") == expected_flash(self.package, module)["userdata"])
 
     def test_mount_that_does_not_go_away(self):
