@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "mtd/device.h"
 
 namespace {

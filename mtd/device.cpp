@@ -7,8 +7,8 @@
 
 #include <cstdio>
 
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 
 // What the kernel reads and writes through its requests, on 32-bit and 64-bit hosts alike.
 static_assert(sizeof(off_t) == 8 && sizeof(loff_t) == 8, "positions beyond 2 GiB");

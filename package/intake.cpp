@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/retry.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
 #include "mtd/block_io.h"
 #include "package/head_check.h"
 #include "package/images.h"

@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/record.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 

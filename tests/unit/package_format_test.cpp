@@ -10,7 +10,7 @@
 #include <tuple>
 #include <vector>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 #include "package/crc32.h"
 #include "package/format.h"
 #include "package/head_rules.h"

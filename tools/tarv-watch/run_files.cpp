@@ -7,9 +7,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "main/run/number_text.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "main/run/shell.h"
+#include "base/shell.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 
 namespace {
 
