@@ -1,6 +1,6 @@
 #include "package/head_rules.h"
 
-#include "main/run/result_files.h"
+#include "main/run/run_directory.h"
 #include "package/crc32.h"
 #include "store/partition_groups.h"
 

@@ -1,6 +1,7 @@
 #include "store/stream.h"
 
 #include "main/run/log.h"
+#include "main/run/record.h"
 #include "mtd/block_io.h"
 #include "store/partition_groups.h"
 #include "store/space.h"

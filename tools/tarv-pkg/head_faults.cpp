@@ -1,6 +1,6 @@
 #include "tools/tarv-pkg/head_faults.h"
 
-#include "main/run/result_files.h"
+#include "main/run/run_directory.h"
 #include "package/head_rules.h"
 #include "store/head_record.h"
 #include "store/partition_groups.h"
