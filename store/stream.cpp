@@ -3,6 +3,7 @@
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "mtd/block_io.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
 #include "store/space.h"
 
@@ -21,29 +22,13 @@ bool is_last(int i) {
   return i + 1 >= ginfo->store_partitions;
 }
 
-// The table entry of `name` for the operation `op`, or null, logged.
-const mtd_partition* find_partition(const char* op, const char* name) {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(op, "scan part failed.\n");
-    return nullptr;
-  }
-  const mtd_partition* const partition = mtd_find_partition(name);
-  if (partition == nullptr) TARV_LOG(op, "no mtd partition named \"%s\"\n", name);
-  return partition;
-}
-
+// The two ways to open a partition, with the line that announces it.
 template <typename Ctx>
-Ctx* open_partition(const char* op, const char* verb, const char* name, Ctx* (*open)(const mtd_partition&)) {
+Ctx* open_partition(const char* op, const char* name, Ctx* (*open)(const char* op, const char* name)) {
   TARV_LOG(op, "%s %s\n", op, name != nullptr ? name : "(null)");
-  if (name == nullptr) {
-    TARV_LOG(op, "%s, partition is NULL\n", op);
-    return nullptr;
-  }
-  const mtd_partition* const partition = find_partition(op, name);
-  if (partition == nullptr) return nullptr;
-  Ctx* const ctx = open(*partition);
-  if (ctx == nullptr) TARV_LOG(op, "can't %s mtd partition \"%s\"\n", verb, name);
-  return ctx;
+  if (name != nullptr) return open(op, name);
+  TARV_LOG(op, "%s, partition is NULL\n", op);
+  return nullptr;
 }
 
 // Erases the partition behind `ctx` and puts the record into its buffer. Returns 0 or -1.
@@ -134,11 +119,11 @@ uint32_t& store_saved(int i) {
 }
 
 mtd_write_ctx* vexo_tarv_mtd_open_write(const char* name) {
-  return open_partition(__func__, "write", name, mtd_write_open);
+  return open_partition(__func__, name, open_for_writing);
 }
 
 mtd_read_ctx* vexo_tarv_mtd_open_read(const char* name) {
-  return open_partition(__func__, "read", name, mtd_read_open);
+  return open_partition(__func__, name, open_for_reading);
 }
 
 int vexo_tarv_mtd_close_write(mtd_write_ctx* ctx) {
