@@ -1,9 +1,11 @@
 """What the pages say, held against what the programs do; their links, paths and words against what is there."""
 import json, pathlib, re, subprocess, tempfile, unittest
 
-from module import BIN_DIR, KIB, REPOSITORY, SimModule
-from packages import STORE_LIST, Image, Package, images, no_images
-from servers import serve
+from lab.expected import STORE_LIST
+from lab.module import BIN_DIR, KIB, REPOSITORY
+from lab.packages import Image, Package, images, no_images
+from lab.servers import serve
+from lab.sim_module import SimModule
 
 PAGES = {path: path.read_text() for path in REPOSITORY.rglob("*.md")
          if not any(part == "build" or part[0] == "." for part in path.relative_to(REPOSITORY).parts)}

@@ -1,8 +1,8 @@
 """tarv-pkg from the outside, its packages held against some that are built by independent means."""
 import json, os, pathlib, pty, random, resource, signal, struct, subprocess, tempfile, time, unittest
 
-from module import BIN_DIR
-from packages import Image, Package, jamcrc
+from lab.module import BIN_DIR
+from lab.packages import Image, Package, jamcrc
 
 
 def package(images, version=b"31406-1.0", major=0, minor=0, **fields):

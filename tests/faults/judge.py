@@ -2,7 +2,8 @@
 import re
 import struct
 
-from packages import RESTORE, jamcrc
+from lab.packages import jamcrc
+from lab.store_record import RESTORE
 
 STATUSES = ("IDLE", "DOWNLOAD", "CHECK", "INSTALL", "RESTORE", "SUCCESS", "FAILED")
 HISTORIES = {0: [*STATUSES[:5], "RESTORE"], **{255 - i: [*STATUSES[: 2 + i], "FAILED"] for i in range(3)}}

@@ -3,10 +3,12 @@ import pathlib
 import subprocess
 import unittest
 
-from module import SMALL, Module
-from mtd_module import load_kernel_modules
-from packages import expected_flash, images
-from servers import serve
+from lab.expected import expected_flash
+from lab.module import SMALL
+from lab.mtd_module import MtdModule
+from lab.mtd_module import load_kernel_modules
+from lab.packages import images
+from lab.servers import serve
 
 
 def call(command, check=True):
@@ -28,7 +30,7 @@ class DataVolume(unittest.TestCase):
         return holder
 
     def test_released_and_written(self):
-        with serve(self.package.bytes()) as server, Module(bad={"userdata": {3}}) as module:
+        with serve(self.package.bytes()) as server, MtdModule(bad={"userdata": {3}}) as module:
             holder = self.attach(module)
             self.assertEqual(module.run(server.url()).status, 0, module.log())
             self.assertIsNotNone(holder.wait(5))
@@ -37,7 +39,7 @@ class DataVolume(unittest.TestCase):
             self.assertTrue(module.dump("userdata") == expected_flash(self.package, module)["userdata"])
 
     def test_mount_that_does_not_go_away(self):
-        with serve(self.package.bytes()) as server, Module() as module:
+        with serve(self.package.bytes()) as server, MtdModule() as module:
             self.attach(module)
             call("mkdir /data/inner && mount -t tmpfs tmpfs /data/inner && sync")
             self.assertEqual(module.run(server.url()).status, 255)

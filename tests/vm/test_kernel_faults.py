@@ -5,9 +5,11 @@ import subprocess
 import time
 import unittest
 
-from module import Module
-from packages import RESTORE, STORE_LIST, expected_flash, images
-from servers import serve
+from lab.expected import STORE_LIST, expected_flash
+from lab.mtd_module import MtdModule as Module
+from lab.packages import images
+from lab.servers import serve
+from lab.store_record import RESTORE
 
 PAGES = 64  # a block
 
