@@ -109,7 +109,10 @@ class DaemonTest(unittest.TestCase):
             return {path: (path.read_bytes(), path.stat().st_ino, path.stat().st_mtime_ns) for path in paths}
 
         self.start('for n in 0 1 2 3 4 5 6 7 8 9; do (o=$("$@" --debug); echo "$?$o" >/tmp/$n.end) & done; wait')
-        ends = lambda: list(filter(None, (path.read_text() for path in self.tmp.glob("*.end"))))
+
+        def ends():
+            return list(filter(None, (path.read_text() for path in self.tmp.glob("*.end"))))
+
         until(lambda: len(ends()) == 9)
         for text in ends():
             self.assertRegex(text, r"^1\[\d+\] tarvolin-sim lock_set\n$")

@@ -1,5 +1,10 @@
 """What the pages say, held against what the programs do; their links, paths and words against what is there."""
-import json, pathlib, re, subprocess, tempfile, unittest
+import json
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
 
 from lab.expected import STORE_LIST
 from lab.module import BIN_DIR, KIB, REPOSITORY

@@ -113,5 +113,4 @@ class Responses(unittest.TestCase):
 
 def setUpModule():
     """All stalls run beside the other tests: each takes the whole of the client's patience."""
-    stall = lambda sent: Responses().check_stopped(sent, 60)
-    Responses.stalls = ThreadPoolExecutor(len(STOPS)).map(stall, STOPS)
+    Responses.stalls = ThreadPoolExecutor(len(STOPS)).map(lambda sent: Responses().check_stopped(sent, 60), STOPS)

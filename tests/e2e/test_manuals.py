@@ -1,5 +1,9 @@
 """Options: what the programs take, what their manual pages tell, and what the shell offers, are the same."""
-import pathlib, re, shlex, subprocess, unittest
+import pathlib
+import re
+import shlex
+import subprocess
+import unittest
 
 from lab.module import BIN_DIR, REPOSITORY
 

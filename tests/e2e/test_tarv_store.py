@@ -1,5 +1,15 @@
 """tarv-store at a desk: dumps of a store that the updater made, as they are and damaged."""
-import fcntl, json, os, pathlib, pty, re, struct, subprocess, tempfile, termios, unittest
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import re
+import struct
+import subprocess
+import tempfile
+import termios
+import unittest
 
 from lab.expected import STORE_LIST, store_split
 from lab.module import BIN_DIR

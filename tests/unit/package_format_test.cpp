@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <vector>
 
 #include "base/number_text.h"
@@ -128,22 +127,25 @@ TEST(ExamineTable, AcceptsAndRefuses) {
 
 TEST(ReadFileText, TextUpToTheCapacity) {
   const std::string path = testing::TempDir() + "read_file_text." + std::to_string(getpid());
-  const std::tuple<std::string, size_t, int, std::string> cases[] = {
-      // content, capacity, result, text
-      {"31406\n", 64, 6, "31406\n"},
-      {"", 64, -1, "before"},
-      {"31\0006"s, 64, 2, "31"},
-      {"\0x"s, 64, 0, ""},
-      {std::string(63, 'v'), 64, 63, std::string(63, 'v')},
-      {std::string(64, 'v'), 64, 63, std::string(63, 'v')},
-      {std::string(2000, 'v'), 1500, 1023, std::string(1023, 'v')}};
-  for (const auto& [content, capacity, result, text] : cases) {
-    std::ofstream(path) << content;
+  const struct {
+    std::string content;
+    size_t capacity;
+    int result;
+    std::string text;
+  } cases[] = {{"31406\n", 64, 6, "31406\n"},
+               {"", 64, -1, "before"},
+               {"31\0006"s, 64, 2, "31"},
+               {"\0x"s, 64, 0, ""},
+               {std::string(63, 'v'), 64, 63, std::string(63, 'v')},
+               {std::string(64, 'v'), 64, 63, std::string(63, 'v')},
+               {std::string(2000, 'v'), 1500, 1023, std::string(1023, 'v')}};
+  for (const auto& c : cases) {
+    std::ofstream(path) << c.content;
     std::string dst = "before";
-    dst.resize(capacity + 1, '\0');
+    dst.resize(c.capacity + 1, '\0');
     dst.back() = '#';
-    EXPECT_EQ(read_file_text(path.c_str(), dst.data(), capacity), result) << content;
-    EXPECT_EQ(dst.c_str(), text);
+    EXPECT_EQ(read_file_text(path.c_str(), dst.data(), c.capacity), c.result) << c.content;
+    EXPECT_EQ(dst.c_str(), c.text);
     EXPECT_EQ(dst.back(), '#');
   }
   std::remove(path.c_str());
