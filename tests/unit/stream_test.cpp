@@ -66,18 +66,24 @@ TEST_F(Stream, RunsThroughThePartitions) {
     const char* what;
     pieces written, read;
     size_t saved[3];
+    std::string goes_on_in;  // partition; empty: the store is full
   } cases[] = {
-      {"within the first", {100, 5000}, {5100}, {5100, 0, 0}},
-      {"fills the first exactly", {kBlock}, {kBlock}, {kBlock, 0, 0}},
-      {"one byte into the second", {kBlock - 1, 2}, {kBlock + 1}, {kBlock, 1, 0}},
-      {"across two borders at once", {7, 2 * kBlock}, {2 * kBlock + 7}, {kBlock, kBlock, 7}},
-      {"read in other pieces", {9000, 9000}, {1, kBlock - 1, kBlock, 1616}, {kBlock, kBlock, 1616}},
-      {"fills the store exactly", {kRoom - 1, 1}, {kRoom}, {kBlock, kBlock, 2 * kBlock}},
+      {"within the first", {100, 5000}, {5100}, {5100, 0, 0}, "userdata"},
+      {"fills the first exactly", {kBlock}, {kBlock}, {kBlock, 0, 0}, "recoveryfs"},
+      {"one byte into the second", {kBlock - 1, 2}, {kBlock + 1}, {kBlock, 1, 0}, "recoveryfs"},
+      {"across two borders at once", {7, 2 * kBlock}, {2 * kBlock + 7}, {kBlock, kBlock, 7}, "recovery"},
+      {"read in other pieces",
+       {9000, 9000},
+       {1, kBlock - 1, kBlock, 1616},
+       {kBlock, kBlock, 1616},
+       "recovery"},
+      {"fills the store exactly", {kRoom - 1, 1}, {kRoom}, {kBlock, kBlock, 2 * kBlock}, ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     open_for_append();
     EXPECT_EQ(append(c.written), 0);
+    EXPECT_EQ(ginfo->write_ctx == nullptr ? "" : ginfo->write_ctx->partition->name, c.goes_on_in);
     EXPECT_EQ(vexo_tarv_mtd_close_write(ginfo->write_ctx), 0);
     size_t total = 0;
     for (const size_t size : c.read) total += size;
