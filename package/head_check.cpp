@@ -25,6 +25,8 @@ constexpr const char* kOp = "vexo_tarv_check_head_content";
   return false;
 }
 
+// The texts of faults are interfaces, spelled so on purpose: see docs/architecture.md.
+//
 // A fault whose log line and failure reason are the same text.
 #define REFUSE(...) (TARV_LOG(kOp, __VA_ARGS__), give_reason(__VA_ARGS__))
 

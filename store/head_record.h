@@ -2,7 +2,8 @@
 //
 // It tells the software that restores the store which images lie there. Two forms exist: the storing form
 // while a package is being written (not to be acted on), and the armed form once everything has been
-// verified. docs/store-format.md has the layout for that software. This header includes nothing of ours.
+// verified. docs/store-format.md has the layout for that software; its field names, `size_algin` too, are
+// interfaces (see docs/architecture.md). This header includes nothing of ours.
 #ifndef TARVOLIN_STORE_HEAD_RECORD_H
 #define TARVOLIN_STORE_HEAD_RECORD_H
 

@@ -87,6 +87,7 @@ int append_across(int i, const uint8_t* data, uint32_t length) {
   const uint32_t rest = length - room;
   if (is_last(i)) {
     if (rest != 0) {
+      // Spelled so on purpose: see "Texts and names that are interfaces" in docs/architecture.md.
       TARV_LOG(kAppend, "no valid partiton space, error\n");
       return -1;
     }
