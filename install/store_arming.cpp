@@ -6,6 +6,7 @@
 #include "main/run/record.h"
 #include "mtd/block_io.h"
 #include "package/images.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
 #include "store/space.h"
 #include "store/stream.h"
@@ -52,20 +53,8 @@ void log_record() {
 
 // Writes the record into the first block; the package data behind it stays. Returns 0 or -1.
 int write_record() {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(kOp, "scan part failed.\n");
-    return -1;
-  }
-  const mtd_partition* const partition = mtd_find_partition(store_list[0]);
-  if (partition == nullptr) {
-    TARV_LOG(kOp, "no mtd partition named \"%s\"\n", store_list[0]);
-    return -1;
-  }
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(kOp, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return -1;
-  }
+  mtd_write_ctx* const ctx = open_for_writing(kOp, store_list[0]);
+  if (ctx == nullptr) return -1;
   const bool taken = mtd_write_data(*ctx, ghead, sizeof *ghead) == sizeof *ghead;
   if (!taken) TARV_LOG(kOp, "%s[%d]mtd_write_data error\n", kOp, __LINE__);
   const bool closed = mtd_write_close(ctx) == 0;

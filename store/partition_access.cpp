@@ -2,6 +2,9 @@
 
 #include "main/run/log.h"
 
+namespace {
+
+// Loads the partition table and looks `name` up. Returns its entry, or null.
 const mtd_partition* find_partition(const char* op, const char* name) {
   if (mtd_load_partitions() < 1) {
     TARV_LOG(op, "scan part failed.\n");
@@ -11,6 +14,8 @@ const mtd_partition* find_partition(const char* op, const char* name) {
   if (partition == nullptr) TARV_LOG(op, "no mtd partition named \"%s\"\n", name);
   return partition;
 }
+
+}  // namespace
 
 mtd_write_ctx* open_for_writing(const char* op, const char* name) {
   const mtd_partition* const partition = find_partition(op, name);

@@ -154,13 +154,8 @@ void vexo_tarv_mtd_close_read(mtd_read_ctx* ctx) {
 }
 
 void vexo_tarv_init_head_flash(const store_head_record& record) {
-  const mtd_partition* const partition = find_partition(__func__, store_list[0]);
-  if (partition == nullptr) return;
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return;
-  }
+  mtd_write_ctx* const ctx = open_for_writing(__func__, store_list[0]);
+  if (ctx == nullptr) return;
   (void)!put_head(*ctx, record);  // logged there; the context is closed either way
   if (mtd_write_close(ctx) != 0) TARV_LOG(__func__, "mtd_write_close error\n");
 }
