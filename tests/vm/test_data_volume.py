@@ -5,8 +5,7 @@ import unittest
 
 from lab.expected import expected_flash
 from lab.module import SMALL
-from lab.mtd_module import MtdModule
-from lab.mtd_module import load_kernel_modules
+from lab.mtd_module import MtdModule, load_kernel_modules
 from lab.packages import images
 from lab.servers import serve
 

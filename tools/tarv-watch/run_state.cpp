@@ -18,8 +18,8 @@ constexpr run_status watched(int status) {
   return static_cast<run_status>(status + static_cast<int>(run_status::idle));
 }
 static_assert(watched(TARV_STATUS_IDLE) == run_status::idle &&
-                  watched(TARV_STATUS_FAILED) == run_status::failed,
-              "run_status has the updater's statuses in their order");
+                  watched(static_cast<int>(kStatusLines.size()) - 1) == run_status::failed,
+              "run_status has the updater's statuses in their order, from idle to failed");
 
 std::vector<run_status> statuses_in(std::string_view history) {
   std::vector<run_status> found;
