@@ -13,14 +13,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "download/completion.h"
 #include "download/response.h"
 #include "download/url.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 

@@ -10,7 +10,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "main/run/descriptors.h"
+#include "base/descriptors.h"
+#include "main/run/run_directory.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ int check_process_running() {
   char name[kProcessNameCapacity] = "";
   char path[128] = "";
   get_process_name(name);
-  snprintf(path, sizeof path, "/var/run/%s.pid", name);
+  snprintf(path, sizeof path, TARV_PID_DIR "/%s" TARV_PID_ENDING, name);
   const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     printf("%s[%d], open\n", __func__, __LINE__);

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 #include "main/run/record.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "mtd/device.h"
 
 namespace {
@@ -271,4 +271,11 @@ int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count) {
   }
   for (uint32_t i = 0; i < wanted; ++i, position += erase_size) erase_or_report(ctx, position);
   return position;
+}
+
+int mtd_write_close(mtd_write_ctx* ctx) {
+  const std::unique_ptr<mtd_write_ctx> owner(ctx);
+  const bool flushed = mtd_erase_blocks(*ctx, 0) != -1;
+  const bool closed = mtd_device_close(ctx->fd) == 0;
+  return flushed && closed ? 0 : -1;
 }

@@ -35,4 +35,8 @@
 // range, or -1 (ENOSPC: fewer blocks remain).
 [[nodiscard]] int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count);
 
+// Writes out what is buffered, padded with zero bytes, then closes and frees the context, whatever failed.
+// Returns 0, or -1 when the flush or the close failed.
+[[nodiscard]] int mtd_write_close(mtd_write_ctx* ctx);
+
 #endif

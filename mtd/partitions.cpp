@@ -6,7 +6,6 @@
 #include <new>
 #include <string_view>
 
-#include "mtd/block_io.h"
 #include "mtd/device.h"
 
 namespace {
@@ -129,13 +128,6 @@ mtd_write_ctx* mtd_write_open(const mtd_partition& partition) {
 void mtd_read_close(mtd_read_ctx* ctx) {
   (void)!mtd_device_close(ctx->fd);
   delete ctx;
-}
-
-int mtd_write_close(mtd_write_ctx* ctx) {
-  const std::unique_ptr<mtd_write_ctx> owner(ctx);
-  const bool flushed = mtd_erase_blocks(*ctx, 0) != -1;
-  const bool closed = mtd_device_close(ctx->fd) == 0;
-  return flushed && closed ? 0 : -1;
 }
 
 void mtd_note_bad_block(mtd_write_ctx& ctx, uint32_t offset) {

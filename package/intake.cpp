@@ -6,13 +6,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
+#include "base/retry.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
 #include "mtd/block_io.h"
 #include "package/head_check.h"
+#include "package/head_rules.h"
 #include "package/images.h"
 #include "store/data_volume.h"
 #include "store/head_block.h"
@@ -58,27 +60,20 @@ void count_saved(uint32_t len) {
   tarv_set_download_size(static_cast<int32_t>(ginfo->saved_total));
 }
 
-// Makes image `index` the current one. Returns 0, or -1 for a partition that is in no group.
-int select_image(int32_t index) {
+// Makes image `index` the current one.
+void select_image(int32_t index) {
   ginfo->cur_image = index;
   ginfo->cur_entry = &ginfo->head.images[index];
   ginfo->cur_pt_type = group_of(*ginfo->cur_entry);
-  if (ginfo->cur_pt_type == kNoGroup) {
-    TARV_LOG(kOp, "unsupport file partition: %.32s, error\n", ginfo->cur_entry->name);
-    return -1;
-  }
   ginfo->image_saved[index] = 0;
-  return 0;
 }
 
 // Refuses a recovery package that holds anything else. Returns 0 or -1.
 int check_recovery_package() {
-  for (const package_entry& entry : image_table()) {
-    if (group_of(entry) == kRecoveryGroup) continue;
-    TARV_LOG(kOp, "in recovery mode unsupport type: %s\n", entry.name);
-    return -1;
-  }
-  return 0;
+  const std::optional<uint32_t> foreign = find_foreign_image(ginfo->head);
+  if (!foreign) return 0;
+  TARV_LOG(kOp, "in recovery mode unsupport type: %s\n", ginfo->head.images[*foreign].name);
+  return -1;
 }
 
 // The block of the head record takes no record: no store can begin, and the one before it was not touched
@@ -165,7 +160,11 @@ int prepare_destination() {
 // Starts with image 0. A package without images has none, whatever its first entry names: nothing is opened
 // for it.
 int start_images() {
-  if (select_image(0) != 0) return -1;
+  if (has_unknown_first_entry(ginfo->head)) {
+    TARV_LOG(kOp, "unsupport file partition: %.32s, error\n", ginfo->head.images[0].name);
+    return -1;
+  }
+  select_image(0);
   if (ginfo->cur_pt_type == kRecoveryGroup) {
     if (check_recovery_package() != 0) return fail();
     tarv_write_int_file(PATH_TARV_PT_TYPE, kRecoveryGroup);
@@ -258,7 +257,8 @@ int32_t start_next_image(const uint8_t* buf, int32_t len) {
     TARV_LOG(kOp, "error image num\n");
     return -1;
   }
-  if (select_image(ginfo->cur_image) != 0 || prepare_destination() != 0) return -1;
+  select_image(ginfo->cur_image);
+  if (prepare_destination() != 0) return -1;
   return vexo_tarv_save_data(buf, len);
 }
 

@@ -2,8 +2,8 @@
 
 #include "main/run/log.h"
 #include "mtd/block_io.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
-#include "store/partition_lookup.h"
 #include "store/space.h"
 #include "store/stream.h"
 
@@ -22,13 +22,8 @@ int64_t read_head(mtd_read_ctx& ctx, store_head_record& record) {
 }  // namespace
 
 mtd_write_ctx* tarv_open_head_block(const char* op) {
-  const mtd_partition* const partition = find_logged_partition(op, store_list[0]);
-  if (partition == nullptr) return nullptr;
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(op, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return nullptr;
-  }
+  mtd_write_ctx* const ctx = open_for_writing(op, store_list[0]);
+  if (ctx == nullptr) return nullptr;
   if (mtd_seek_write_pos(*ctx, 0) == 0) return ctx;
   TARV_LOG(op, "%s[%d] mtd_seek_write_pos error\n", op, __LINE__);
   (void)!mtd_write_close(ctx);  // nothing was written

@@ -6,8 +6,8 @@
 #include "main/run/record.h"
 #include "mtd/block_io.h"
 #include "mtd/device.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
-#include "store/partition_lookup.h"
 
 namespace {
 
@@ -44,13 +44,9 @@ double megabytes(uint32_t bytes) {
 }  // namespace
 
 uint32_t get_partition_valid_size(const char* name) {
-  const mtd_partition* const partition = find_logged_partition(__func__, name);
-  if (partition == nullptr) return kNoValidSize;
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", name);
-    return kNoValidSize;
-  }
+  mtd_write_ctx* const ctx = open_for_writing(__func__, name);
+  if (ctx == nullptr) return kNoValidSize;
+  const mtd_partition* const partition = ctx->partition;
   const uint32_t blocks = partition->size / partition->erase_size;
   const uint32_t bad = count_bad_blocks(*ctx, blocks);
   TARV_LOG(__func__, "size: %d, blocks: %d, bad_blocks: %d\n", partition->size, blocks, bad);

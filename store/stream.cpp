@@ -1,9 +1,10 @@
 #include "store/stream.h"
 
 #include "main/run/log.h"
+#include "main/run/record.h"
 #include "mtd/block_io.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
-#include "store/partition_lookup.h"
 #include "store/space.h"
 
 namespace {
@@ -21,18 +22,13 @@ bool is_last(int i) {
   return i + 1 >= ginfo->store_partitions;
 }
 
+// The two ways to open a partition, with the line that announces it.
 template <typename Ctx>
-Ctx* open_partition(const char* op, const char* verb, const char* name, Ctx* (*open)(const mtd_partition&)) {
+Ctx* open_partition(const char* op, const char* name, Ctx* (*open)(const char* op, const char* name)) {
   TARV_LOG(op, "%s %s\n", op, name != nullptr ? name : "(null)");
-  if (name == nullptr) {
-    TARV_LOG(op, "%s, partition is NULL\n", op);
-    return nullptr;
-  }
-  const mtd_partition* const partition = find_logged_partition(op, name);
-  if (partition == nullptr) return nullptr;
-  Ctx* const ctx = open(*partition);
-  if (ctx == nullptr) TARV_LOG(op, "can't %s mtd partition \"%s\"\n", verb, name);
-  return ctx;
+  if (name != nullptr) return open(op, name);
+  TARV_LOG(op, "%s, partition is NULL\n", op);
+  return nullptr;
 }
 
 constexpr const char* kAppend = "vexo_tarv_mtd_append";
@@ -77,6 +73,7 @@ int append_across(int i, const uint8_t* data, uint32_t length) {
   const uint32_t rest = length - room;
   if (is_last(i)) {
     if (rest != 0) {
+      // Spelled so on purpose: see "Texts and names that are interfaces" in docs/architecture.md.
       TARV_LOG(kAppend, "no valid partiton space, error\n");
       return -1;
     }
@@ -109,11 +106,11 @@ uint32_t& store_saved(int i) {
 }
 
 mtd_write_ctx* vexo_tarv_mtd_open_write(const char* name) {
-  return open_partition(__func__, "write", name, mtd_write_open);
+  return open_partition(__func__, name, open_for_writing);
 }
 
 mtd_read_ctx* vexo_tarv_mtd_open_read(const char* name) {
-  return open_partition(__func__, "read", name, mtd_read_open);
+  return open_partition(__func__, name, open_for_reading);
 }
 
 int vexo_tarv_mtd_close_write(mtd_write_ctx* ctx) {

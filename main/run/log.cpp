@@ -8,10 +8,10 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/retry.h"
+#include "base/shell.h"
+#include "base/unique_fd.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/shell.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 

@@ -7,25 +7,14 @@
 
 #include <cstdint>
 
+#include "main/run/run_directory.h"
 #include "package/format.h"
 #include "store/head_record.h"
 
 struct mtd_read_ctx;
 struct mtd_write_ctx;
 
-constexpr int kStorePartitions = 4;          // partitions that the store may run through
 constexpr int32_t kHttpHeadCapacity = 4096;  // bytes of response header, with the body bytes that came along
-
-// Where a run stands; published in the status files.
-enum tarv_status : int32_t {
-  TARV_STATUS_IDLE = 0,
-  TARV_STATUS_DOWNLOAD = 1,
-  TARV_STATUS_CHECK = 2,
-  TARV_STATUS_INSTALL = 3,
-  TARV_STATUS_RESTORE = 4,
-  TARV_STATUS_SUCCESS = 5,
-  TARV_STATUS_FAILED = 6,
-};
 
 // State of the response intake.
 enum tarv_download_state : int32_t {

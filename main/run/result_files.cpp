@@ -4,29 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/record.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 
-constexpr std::array<std::string_view, 7> kStatusNames = {
-    "TARV_STATUS_IDLE\n",    "TARV_STATUS_DOWNLOAD\n", "TARV_STATUS_CHECK\n",  "TARV_STATUS_INSTALL\n",
-    "TARV_STATUS_RESTORE\n", "TARV_STATUS_SUCCESS\n",  "TARV_STATUS_FAILED\n",
-};
-constexpr std::string_view kUnknownStatus = "TARV_STATUS_ERR_INPUT\n";
-
-constexpr std::array<const char*, 14> kRunFiles = {
-    PATH_TARV_STATUS,     PATH_TARV_STATUS_STR,   PATH_TARV_FAIL_REASON, PATH_TARV_DOWNLOAD_TIME,
-    PATH_TARV_CHECK_TIME, PATH_TARV_INSTALL_TIME, PATH_TARV_TOTAL_TIME,  PATH_TARV_DOWNLOAD_SIZE,
-    PATH_TARV_FILE_SIZE,  PATH_TARV_PT_TYPE,      PATH_TARV_HEAD,        HTTP_HEADER_FILE,
-    PATH_TARV_LOG,        PATH_TARV_LOG_BAK,
-};
+constexpr std::string_view kUnknownStatusLine = "TARV_STATUS_ERR_INPUT\n";
 
 // Has `write_from(done, left)` write until nothing is left or it fails.
 template <typename Write>
@@ -56,22 +44,14 @@ bool can_overwrite(int fd, size_t len) {
 
 }  // namespace
 
-bool tarv_is_run_file(std::string_view name) {
-  constexpr size_t dir_len = sizeof(TARV_RUN_DIR "/") - 1;
-  for (const char* path : kRunFiles) {
-    if (name == path + dir_len) return true;
-  }
-  return false;
-}
-
 void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name) {
   snprintf(path, sizeof path, "%s/%s", TARV_RUN_DIR, file_name);
 }
 
 void tarv_write_status() {
   const auto status = static_cast<uint32_t>(ginfo->status);
-  const std::string_view name = status < kStatusNames.size() ? kStatusNames[status] : kUnknownStatus;
-  put_file(PATH_TARV_STATUS_STR, O_APPEND, name.data(), name.size());
+  const std::string_view line = status < kStatusLines.size() ? kStatusLines[status] : kUnknownStatusLine;
+  put_file(PATH_TARV_STATUS_STR, O_APPEND, line.data(), line.size());
   tarv_write_int_file(PATH_TARV_STATUS, ginfo->status);
 }
 

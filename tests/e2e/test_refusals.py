@@ -1,9 +1,11 @@
 """Packages and command lines that are refused, and stages that fail: exact reasons, statuses and files."""
 import unittest
 
-from module import KIB, Module, without
-from packages import RESTORE, Image, Package, images, no_images, noise
-from servers import ScriptedServer, header
+from lab.module import KIB, without
+from lab.packages import Image, Package, images, no_images, noise
+from lab.servers import ScriptedServer, header
+from lab.sim_module import SimModule
+from lab.store_record import RESTORE
 
 ALL_ONES, HALF = 0xFFFFFFFF, 0x80000000
 ROOM, FIRST_ROOM = 39 * 128 * KIB, 15 * 128 * KIB  # bytes that the store, its first partition, take of good flash
@@ -103,14 +105,14 @@ class Refusals(unittest.TestCase):
             others = {"length": length(package), "options": (), "files": ["fail_reason"], "log": f"): {reason}"}
             others.update(*more)
             asked = [others.pop(name) for name in ("files", "log", "length", "options")]
-            with self.subTest(asked[1]), Module(**others) as module:
+            with self.subTest(asked[1]), SimModule(**others) as module:
                 self.refuse(module, package, 255, *asked)
                 self.assertEqual(module.text("fail_reason"), reason and reason + "\n")
                 self.assertTrue(module.is_untouched())
 
     def test_stages(self):
         for status, log, images, *faults in STAGE_FAILURES:
-            with self.subTest(log, images=[i.name for i in images]), Module(faults="".join(faults)) as module:
+            with self.subTest(log, images=[i.name for i in images]), SimModule(faults="".join(faults)) as module:
                 files = HEAD_TAKEN + ["download_time"] * (status < 255) + ["check_time"] * (status == 253)
                 files += [i.saved_name() for i in images if i.name in ("boot", "sbl", "tz") and i.data]
                 files += ["pt_type"] * (images[0].name == "recovery")
@@ -123,7 +125,7 @@ class Refusals(unittest.TestCase):
         """Over the armed store of this very package: nothing behind the record's block changes, and none is armed anew."""
         package = images("system", 300_000, "boot", 5_000)
         for faults, store in HEAD_FAULTS:
-            with self.subTest(faults), Module() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
+            with self.subTest(faults), SimModule() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
                 self.assertEqual(module.run(server.url()).status, 0)
                 before = module.dumps()
                 module.set_faults(faults)
@@ -137,7 +139,7 @@ class Refusals(unittest.TestCase):
 
     def test_command_line(self):
         for options, status, output, errors in COMMAND_LINES:
-            with self.subTest(options), Module() as module:
+            with self.subTest(options), SimModule() as module:
                 run = module.run("http://127.0.0.1:1/pkg.img", *options)
                 self.assertEqual(run.status, status)
                 self.assertRegex(run.output, rf"\A{output}\Z")

@@ -1,8 +1,8 @@
 """What a run of the updater left behind, judged without any of its code."""
 import re
-import struct
 
-from packages import RESTORE, jamcrc
+from lab.packages import jamcrc
+from lab.store_record import StoreRecord
 
 STATUSES = ("IDLE", "DOWNLOAD", "CHECK", "INSTALL", "RESTORE", "SUCCESS", "FAILED")
 HISTORIES = {0: [*STATUSES[:5], "RESTORE"], **{255 - i: [*STATUSES[: 2 + i], "FAILED"] for i in range(3)}}
@@ -33,18 +33,16 @@ def read(module, name, first, count):
 def armed_images(module):
     """The images of an armed store by name, as software that restores finds them, or None. They have to be right."""
     head = module.good_blocks("userdata")[0]
-    record = module.split(module.dump("userdata"))[head]
-    magic, _, _, *counts, number = struct.unpack_from("<Iii4I", record)
+    record = StoreRecord.read(module.split(module.dump("userdata"))[head])
     is_torn = module.page_states("userdata")[head * module.block // module.page] == 2
-    if magic != RESTORE or is_torn or ("userdata", head) in unreadable(module):
+    if not record.is_armed() or is_torn or ("userdata", head) in unreadable(module):
         return None
-    stream = read(module, "userdata", head + 1, counts[0]) + read(module, "recoveryfs", 0, counts[1])
-    images, at = {}, 0
-    for name, size, aligned, crc in (struct.unpack_from("<32sIII", record, 44 + 44 * i) for i in range(number)):
-        images[name.rstrip(b"\0").decode()] = data = stream[at : at + size]
-        assert len(data) == size and jamcrc(data) == crc, "armed over a store that is not right"
-        at += aligned
-    assert at == len(stream) == sum(counts), "armed over a store of another length"
+    stream = read(module, "userdata", head + 1, record.counts[0]) + read(module, "recoveryfs", 0, record.counts[1])
+    images = {image.name: data for image, data in zip(record.images, record.cut(stream))}
+    for image, data in zip(record.images, record.cut(stream)):
+        assert len(data) == image.size and jamcrc(data) == image.crc, "armed over a store that is not right"
+    taken = sum(image.padded_size for image in record.images)
+    assert taken == len(stream) == sum(record.counts), "armed over a store of another length"
     return images
 
 

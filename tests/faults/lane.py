@@ -4,9 +4,11 @@ import os
 import shutil
 import subprocess
 
-import servers
-from module import BIN_DIR, KIB, MIB, WRAPPER, SimModule
-from packages import expected_files, expected_flash, images
+from lab import servers
+from lab.expected import expected_files, expected_flash
+from lab.module import BIN_DIR, KIB, MIB, NAMESPACE
+from lab.packages import images
+from lab.sim_module import SimModule
 
 # The store goes on into "recoveryfs", and has room for one block more; "boot" for two.
 PARTITIONS = {"userdata": 12 * MIB + 512 * KIB, "recoveryfs": 5 * MIB + 512 * KIB, "boot": 2 * MIB + 512 * KIB,
@@ -35,7 +37,7 @@ class Lane(SimModule):
         self.states = {kind: self._with_store(package) for kind, package in MODULES.items()}
         self.expected = expected_flash(PACKAGE, self)
         self._initial = self.states["another update's store"]
-        inside = [str(WRAPPER), str(self.folder), "sh", "-c", "echo; exec cat"]
+        inside = [str(NAMESPACE), str(self.folder), "sh", "-c", "echo; exec cat"]
         self.holder = stack.enter_context(subprocess.Popen(inside, stdin=subprocess.PIPE, stdout=subprocess.PIPE))
         self.holder.stdout.readline()  # it is inside
         self.server = stack.enter_context(servers.serve(PACKAGE.bytes()))

@@ -6,8 +6,8 @@ import itertools
 from collections import Counter, namedtuple
 
 from judge import OUTCOMES, Before, judge_lasting
+from lab.expected import capacity
 from lane import MODULES, PACKAGE
-from packages import capacity
 
 SORTS = {  # of faults: the operation and what becomes of it
     "erase never works": ("erase", "refused"), "program never works": ("program", "refused"),

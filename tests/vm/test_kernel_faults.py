@@ -1,14 +1,15 @@
 """Flash that fails under a run, and runs that are killed, on the kernel's own NAND: never a success with a wrong byte."""
 import contextlib
 import random
-import struct
 import subprocess
 import time
 import unittest
 
-from module import Module
-from packages import RESTORE, STORE_LIST, expected_flash, images
-from servers import serve
+from lab.expected import STORE_LIST, expected_flash
+from lab.mtd_module import MtdModule as Module
+from lab.packages import images
+from lab.servers import serve
+from lab.store_record import RESTORE, StoreRecord
 
 PAGES = 64  # a block
 
@@ -20,15 +21,10 @@ def is_armed(module):
 
 def stored_images(module):
     """The store's images, of flash without bad blocks; nandsim does not mark those that fail."""
-    block = module.block
-    record = module.dump("userdata")[:400]
-    counts, number = struct.unpack_from("<2I", record, 12), struct.unpack_from("<I", record, 24)[0]
-    stream = module.dump("userdata")[block : block + counts[0]] + module.dump("recoveryfs")[: counts[1]]
-    images_found, at = [], 0
-    for size, aligned in (struct.unpack_from("<II", record, 76 + 44 * i) for i in range(number)):
-        images_found.append(stream[at : at + size])
-        at += aligned
-    return images_found
+    userdata = module.dump("userdata")
+    record = StoreRecord.read(userdata)
+    stream = userdata[module.block :][: record.counts[0]] + module.dump("recoveryfs")[: record.counts[1]]
+    return record.cut(stream)
 
 
 class FailingPlaces(unittest.TestCase):

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "store/partition_groups.h"
-#include "store/stream.h"
 #include "tools/common/refusal.h"
 
 namespace {

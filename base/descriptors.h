@@ -1,6 +1,6 @@
 // The descriptors that this process holds beyond the standard three, whoever opened them.
-#ifndef TARVOLIN_MAIN_RUN_DESCRIPTORS_H
-#define TARVOLIN_MAIN_RUN_DESCRIPTORS_H
+#ifndef TARVOLIN_BASE_DESCRIPTORS_H
+#define TARVOLIN_BASE_DESCRIPTORS_H
 
 // Marks them close-on-exec: a library may have opened some without.
 void keep_descriptors_private();

@@ -1,9 +1,9 @@
-#include "main/run/shell.h"
+#include "base/shell.h"
 
 #include <cstdio>
 #include <cstdlib>
 
-#include "main/run/descriptors.h"
+#include "base/descriptors.h"
 
 void tarv_run_command(const char* command) {
   keep_descriptors_private();

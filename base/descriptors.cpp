@@ -1,10 +1,10 @@
-#include "main/run/descriptors.h"
+#include "base/descriptors.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 
 namespace {
 
