@@ -16,6 +16,14 @@ constexpr uint32_t TARV_RESTORE_MAGIC = 0x54415256;
 constexpr uint32_t kStoreImagesMax = 8;   // entries of the image list
 constexpr uint32_t kStoreCountSlots = 3;  // store partitions with a byte count of their own
 
+// Bytes that every image fills up to in the store.
+constexpr uint32_t kStoreAlignment = 4096;
+
+// Zero bytes that follow an image of `size` bytes in the store, 0 to 4095.
+constexpr uint32_t store_padding(uint32_t size) {
+  return (0u - size) % kStoreAlignment;
+}
+
 // One store-group image, in the order of the package's table.
 struct store_head_image {
   char name[32];        // target partition

@@ -14,14 +14,7 @@
 
 #include "main/run/record.h"
 #include "mtd/partitions.h"
-
-// Bytes that every image fills up to in the store.
-constexpr uint32_t kStoreAlignment = 4096;
-
-// Zero bytes that follow an image of `size` bytes in the store, 0 to 4095.
-constexpr uint32_t store_padding(uint32_t size) {
-  return (0u - size) % kStoreAlignment;
-}
+#include "store/head_record.h"
 
 // Opens the partition called `name`. Returns a context at byte 0, or null.
 [[nodiscard]] mtd_write_ctx* vexo_tarv_mtd_open_write(const char* name);
