@@ -181,7 +181,8 @@ void show() {
 bool is_news() {
   if (screen.form == progress_form::terminal) return seconds() - now.shown >= kRedrawSeconds;
   if (screen.form == progress_form::json) return percent() != now.said;
-  return percent() / kLineStep != now.said / kLineStep && percent() < 100;
+  // A step that is over in a moment needs no line but its last.
+  return rate() > 0 && percent() / kLineStep != now.said / kLineStep && percent() < 100;
 }
 
 }  // namespace

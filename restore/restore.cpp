@@ -105,7 +105,7 @@ int run_restore(const options& wanted) {
     system_fault("cannot read the list of partitions, /proc/mtd, or ask one of them");
     return end_with_fault(kRefused);
   }
-  static job work;
+  job work;
   const char* remark = "";
   const record_form form = find_store(work.from, remark);
   if (form == record_form::armed) return restore_armed(work, wanted);
