@@ -43,18 +43,35 @@ int judge_all(job& work) {
   return prove_store(work.from, work.memory.store_block.get());
 }
 
-// Leaves a target alone that holds its image, as one does that an interrupted restore has written.
-int restore_image(job& work, uint32_t i) {
+// Tells whether the target needs no writing, as one does that an interrupted restore has finished.
+verdict compare_image(job& work, uint32_t i) {
+  const mtd_partition& target = *work.targets[i];
+  bool alike = false;
+  if (compare_start(target, work.from, i, work.memory, alike) != 0) return verdict::unknown;
+  if (!alike) return verdict::differs;
+  char why[kFaultCapacity] = "";
+  return judge_target(target, work.from.record.images[i], work.memory, why);
+}
+
+// Reads the target back, under the step's name. Returns 0 when it holds its image, or -1 with a fault.
+int prove_image(job& work, uint32_t i, const char* step) {
   const mtd_partition& target = *work.targets[i];
   char why[kFaultCapacity] = "";
-  verdict found = judge_target(target, work.from.record.images[i], work.memory, "compare", why);
+  begin_step(step, target.name, target.size);
+  const verdict found = judge_target(target, work.from.record.images[i], work.memory, why);
+  if (found != verdict::holds) return fault("%s", why);
+  end_step(nullptr);
+  return 0;
+}
+
+int restore_image(job& work, uint32_t i) {
+  begin_step("compare", work.targets[i]->name, work.targets[i]->size);
+  const verdict found = compare_image(work, i);
   if (found == verdict::unknown) return -1;
   end_step(found == verdict::holds ? "holds its image already" : "to be written");
   if (found == verdict::holds) return 0;
-  if (write_target(target, work.from, i, work.memory) != 0) return -1;
-  found = judge_target(target, work.from.record.images[i], work.memory, "verify", why);
-  if (found == verdict::holds) end_step(nullptr);
-  return found == verdict::holds ? 0 : fault("%s", why);
+  if (write_target(*work.targets[i], work.from, i, work.memory) != 0) return -1;
+  return prove_image(work, i, "verify");
 }
 
 int restore_images(job& work) {
@@ -67,13 +84,7 @@ int restore_images(job& work) {
 // Reads every target once more: the record must stand until all of them are proven together.
 int confirm_images(job& work) {
   for (uint32_t i = 0; i < work.from.record.image_num; ++i) {
-    if (work.targets[i] == nullptr) continue;
-    char why[kFaultCapacity] = "";
-    if (judge_target(*work.targets[i], work.from.record.images[i], work.memory, "confirm", why) !=
-        verdict::holds) {
-      return fault("%s", why);
-    }
-    end_step(nullptr);
+    if (work.targets[i] != nullptr && prove_image(work, i, "confirm") != 0) return -1;
   }
   return 0;
 }

@@ -90,21 +90,31 @@ int prove_store(store& from, uint8_t* memory) {
 }
 
 image_reader::image_reader(const store& from, uint32_t image, uint8_t* memory)
-    : from_(from), memory_(memory) {
+    : from_(from), memory_(memory), left_(from.record.images[image].size) {
   for (uint32_t i = 0; i < image; ++i) skip_ += from.record.images[i].size_algin;
   block_ = from.parts[0].first_block;
   part_left_ = from.parts[0].bytes;
 }
 
+int image_reader::peek(const uint8_t*& data, uint32_t& length) {
+  while (left_ > 0 && at_ == filled_) {
+    if (next_block() != 0) return -1;
+  }
+  data = memory_ + at_;
+  length = std::min(left_, filled_ - at_);
+  return 0;
+}
+
 int image_reader::take(uint8_t* out, uint32_t length) {
   while (length > 0) {
-    if (at_ == filled_) {
-      if (next_block() != 0) return -1;
-      continue;
-    }
-    const uint32_t n = std::min(length, filled_ - at_);
-    memcpy(out, memory_ + at_, n);
+    const uint8_t* data = nullptr;
+    uint32_t n = 0;
+    if (peek(data, n) != 0) return -1;
+    if (n == 0) return fault("the image ends before its size");
+    n = std::min(n, length);
+    memcpy(out, data, n);
     at_ += n;
+    left_ -= n;
     out += n;
     length -= n;
   }

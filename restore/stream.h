@@ -20,6 +20,10 @@ class image_reader {
   // `memory` takes the largest erase block and belongs to the reader as long as it lives.
   image_reader(const store& from, uint32_t image, uint8_t* memory);
 
+  // The bytes of the image that are next in one block of the store: how many, and where they are until the
+  // next call. An image that has none left gives 0. Returns 0, or -1 with a fault.
+  [[nodiscard]] int peek(const uint8_t*& data, uint32_t& length);
+
   // Copies the next `length` bytes, which the image must have. Returns 0, or -1 with a fault.
   [[nodiscard]] int take(uint8_t* out, uint32_t length);
 
@@ -29,6 +33,7 @@ class image_reader {
 
   const store& from_;
   uint8_t* memory_;
+  uint32_t left_;  // bytes of the image to come
   size_t part_ = 0;
   uint32_t block_ = 0;      // the next one to look at
   uint64_t part_left_ = 0;  // bytes of the stream in this partition behind the block in hand

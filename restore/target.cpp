@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 #include "package/crc32.h"
 #include "restore/fault.h"
@@ -66,9 +67,24 @@ int find_target(const store_head_image& image, const mtd_partition*& target) {
                room, image.size);
 }
 
+int compare_start(const mtd_partition& target, const store& from, uint32_t image, workspace& memory,
+                  bool& alike) {
+  image_reader source(from, image, memory.store_block.get());
+  const uint8_t* wanted = nullptr;
+  uint32_t length = 0;
+  if (source.peek(wanted, length) != 0) return -1;
+  const device open(target, mtd_access::read_only);
+  if (!open.ok()) return -1;
+  bool counts = false;
+  for (uint32_t block = 0; block < open.blocks() && !counts; ++block) {
+    if (read_block(open, block, memory.target_block.get(), counts) != 0) return -1;
+  }
+  alike = counts && memcmp(memory.target_block.get(), wanted, std::min(length, open.erase_size())) == 0;
+  return 0;
+}
+
 verdict judge_target(const mtd_partition& target, const store_head_image& image, workspace& memory,
-                     const char* work, char* why) {
-  begin_step(work, target.name, uint64_t{target.size} / target.erase_size * target.erase_size);
+                     char* why) {
   const device open(target, mtd_access::read_only);
   if (!open.ok()) return verdict::unknown;
   reading so_far = {image, target.name, image.size, kCrcStart, why};

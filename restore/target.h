@@ -19,12 +19,17 @@ struct workspace {
 // Finds the target of `image` and sees that its good blocks have room. Returns 0, or -1 with a fault.
 [[nodiscard]] int find_target(const store_head_image& image, const mtd_partition*& target);
 
+// Tells whether the target begins as image number `image` of the store does: if not, there is no need to read
+// it whole. Returns 0, or -1 with a fault.
+[[nodiscard]] int compare_start(const mtd_partition& target, const store& from, uint32_t image,
+                                workspace& memory, bool& alike);
+
 enum class verdict { holds, differs, unknown };
 
 // Reads the whole target and tells whether it holds the image and nothing else. `why`, of kFaultCapacity,
-// says what differs. `unknown`, with a fault, when the device does not answer. `work` names the step.
+// says what differs. `unknown`, with a fault, when the device does not answer.
 [[nodiscard]] verdict judge_target(const mtd_partition& target, const store_head_image& image,
-                                   workspace& memory, const char* work, char* why);
+                                   workspace& memory, char* why);
 
 // Erases the target and writes image number `image` of the store into it, every block read back. A block that
 // takes no data is left for the next one, as long as readers will pass over it, too. Returns 0, or -1 with a

@@ -155,8 +155,8 @@ class TarvRestore(unittest.TestCase):
         for name, (plan, status, words) in FAILING.items():
             with self.subTest(name):
                 module = self.armed()
-                target = -(-1_500_001 // BLOCK)  # blocks of the first target until its CRC differs
-                run = self.restore(module, status=status, faults=plan.format(read=pass_one + target + 1))
+                # Between the passes a block of the store and one of the target are compared.
+                run = self.restore(module, status=status, faults=plan.format(read=pass_one + 2 + 1))
                 self.says(run, words)
                 if status == 0 and not words:
                     self.holds(module, PACKAGE)
@@ -204,7 +204,8 @@ class TarvRestore(unittest.TestCase):
         package, sizes = images("system", 2_500_000), {**SMALL, "system": 3 * MIB}
         terms = ((1, QUERY), (1, Counter(read=1, ecc=2)),  # the record
                  (95 + 40 + 24 + 24 + 24, QUERY),  # room in the store and in the target
-                 (20, READ), (20, READ),  # the store proven; the target compared until its CRC differs
+                 (20, READ),  # the store proven
+                 (1, Counter(read=1, ecc=2)), (1, READ),  # the image's beginning in the store, and in the target
                  (20, Counter(read=1, ecc=2)), (20, ERASE + Counter(program=1, read=2, ecc=4)),  # from store to target
                  (4, ERASE),  # behind the image
                  (24 + 24, READ),  # verified, confirmed
