@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "restore/fault.h"
+#include "restore/lock.h"
 #include "restore/progress.h"
 #include "restore/restore.h"
 
@@ -62,6 +64,8 @@ int main(int argc, char* argv[]) {
       return restore::kWrongUsage;
     default:
       choose_form(wanted);
-      return restore::run_restore(wanted);
+      if (restore::take_lock(wanted.pid_file) == 0) return restore::run_restore(wanted);
+      restore::show_outcome(restore::fault_text(), restore::kLocked);
+      return restore::kLocked;
   }
 }

@@ -6,7 +6,6 @@
 #include "package/crc32.h"
 #include "restore/disarming.h"
 #include "restore/fault.h"
-#include "restore/lock.h"
 #include "restore/progress.h"
 #include "restore/target.h"
 
@@ -110,7 +109,6 @@ int restore_armed(job& work, const options& wanted) {
 }  // namespace
 
 int run_restore(const options& wanted) {
-  if (take_lock(wanted.pid_file) != 0) return end_with_fault(kLocked);
   crc32_init_table();
   if (mtd_load_partitions() < 0) {
     system_fault("cannot read the list of partitions, /proc/mtd, or ask one of them");

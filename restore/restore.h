@@ -1,4 +1,4 @@
-// The whole restore, from the lock to the disarmed store.
+// The whole restore, from the record to the disarmed store.
 #ifndef TARVOLIN_RESTORE_RESTORE_H
 #define TARVOLIN_RESTORE_RESTORE_H
 
@@ -14,7 +14,7 @@ constexpr int kRefused = 10;  // nothing was written; armed as before
 constexpr int kFailed = 11;   // a target may be incomplete; still armed, unless the disarming itself failed
 constexpr int kNothing = 20;
 
-// Restores, and shows how it goes and ends. Returns the exit status.
+// Restores, and shows how it goes and ends. The lock is the caller's. Returns the exit status.
 [[nodiscard]] int run_restore(const options& wanted);
 
 }  // namespace restore
