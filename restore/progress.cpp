@@ -45,6 +45,11 @@ double seconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
+// Nobody needs to listen.
+void flush() {
+  (void)!fflush(screen.out);
+}
+
 const char* colour(const char* code) {
   return screen.in_colour ? code : "";
 }
@@ -61,7 +66,7 @@ double rate() {
 
 int64_t seconds_left(double bytes_a_second) {
   if (bytes_a_second <= 0 || now.done > now.total) return -1;
-  return static_cast<int64_t>(static_cast<double>(now.total - now.done) / bytes_a_second + 0.5);
+  return static_cast<int64_t>(static_cast<double>(now.total - now.done) / bytes_a_second);
 }
 
 struct unit {
@@ -175,7 +180,7 @@ void show() {
   }
   now.shown = seconds();
   now.said = percent();
-  fflush(screen.out);
+  flush();
 }
 
 bool is_news() {
@@ -217,13 +222,13 @@ void end_step(const char* remark) {
             seconds() - now.began);
   }
   screen.line_open = false;
-  fflush(screen.out);
+  flush();
 }
 
 void leave_line() {
   if (screen.line_open) fputc('\n', screen.out);
   screen.line_open = false;
-  fflush(screen.out);
+  flush();
 }
 
 void show_outcome(const char* message, int exit_status) {
@@ -233,7 +238,7 @@ void show_outcome(const char* message, int exit_status) {
   } else if (exit_status == 0) {
     fprintf(screen.out, "%s%s%s\n", colour(kGreen), message, colour(kPlain));
   }
-  fflush(screen.out);
+  flush();
   if (exit_status == 0) return;
   const bool painted = screen.in_colour && isatty(STDERR_FILENO) != 0;
   fprintf(stderr, "%starv-restore: %s%s\n", painted ? kRed : "", message, painted ? kPlain : "");

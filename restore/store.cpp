@@ -70,8 +70,8 @@ int judge_store(store& found) {
     if (count_room(found.parts[i], rooms[i]) != 0) return -1;
   }
   store_counts counts = {};
-  char why[kFaultCapacity];
-  if (judge_store_record(found.record, rooms, counts, why, sizeof why) != 0) return fault("%s", why);
+  store_fault why;
+  if (judge_store_record(found.record, rooms, counts, why) != 0) return fault("%s", why.text);
   for (size_t i = 0; i < found.part_count; ++i) {
     store_part& part = found.parts[i];
     part.bytes = counts[i];

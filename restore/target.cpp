@@ -84,7 +84,7 @@ int compare_start(const mtd_partition& target, const store& from, uint32_t image
 }
 
 verdict judge_target(const mtd_partition& target, const store_head_image& image, workspace& memory,
-                     char* why) {
+                     char (&why)[kFaultCapacity]) {
   const device open(target, mtd_access::read_only);
   if (!open.ok()) return verdict::unknown;
   reading so_far = {image, target.name, image.size, kCrcStart, why};

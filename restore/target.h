@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "restore/fault.h"
 #include "restore/stream.h"
 
 namespace restore {
@@ -26,10 +27,10 @@ struct workspace {
 
 enum class verdict { holds, differs, unknown };
 
-// Reads the whole target and tells whether it holds the image and nothing else. `why`, of kFaultCapacity,
-// says what differs. `unknown`, with a fault, when the device does not answer.
+// Reads the whole target and tells whether it holds the image and nothing else. `why` says what differs.
+// `unknown`, with a fault, when the device does not answer.
 [[nodiscard]] verdict judge_target(const mtd_partition& target, const store_head_image& image,
-                                   workspace& memory, char* why);
+                                   workspace& memory, char (&why)[kFaultCapacity]);
 
 // Erases the target and writes image number `image` of the store into it, every block read back. A block that
 // takes no data is left for the next one, as long as readers will pass over it, too. Returns 0, or -1 with a

@@ -3,7 +3,6 @@
 #define TARVOLIN_STORE_RECORD_RULES_H
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 
 #include "store/head_record.h"
@@ -19,9 +18,14 @@ using store_rooms = std::array<store_room, kStorePartitions>;
 // Bytes of the stream in each store partition.
 using store_counts = std::array<uint64_t, kStorePartitions>;
 
+// What is wrong with a record, in a sentence that may quote hostile text.
+struct store_fault {
+  char text[256] = "";
+};
+
 // Judges `record`, of which nothing is trusted, against the room there is. Returns 0 and fills `counts`, or
-// -1 with the first fault as a sentence in `fault`, cut at `capacity`. The sentence may quote hostile text.
+// -1 with the first fault.
 [[nodiscard]] int judge_store_record(const store_head_record& record, const store_rooms& rooms,
-                                     store_counts& counts, char* fault, size_t capacity);
+                                     store_counts& counts, store_fault& fault);
 
 #endif

@@ -18,7 +18,7 @@ void judge_record(store_view& store) {
   store_rooms rooms;
   for (size_t i = 0; i < store.partitions.size(); ++i) rooms[i] = {true, room_in(store.partitions[i])};
   store_counts counts = {};
-  char fault[256];
-  if (judge_store_record(store.record, rooms, counts, fault, sizeof fault) != 0) throw refusal(fault);
+  store_fault fault;
+  if (judge_store_record(store.record, rooms, counts, fault) != 0) throw refusal(fault.text);
   for (size_t i = 0; i < store.partitions.size(); ++i) store.partitions[i].bytes = counts[i];
 }
