@@ -20,10 +20,11 @@ set(CPACK_DEBIAN_UPDATER_PACKAGE_SUGGESTS tarvolin-tools)
 set(CPACK_COMPONENT_UPDATER_DESCRIPTION "firmware updater for cellular modules on raw NAND flash
 Started with the URL of a firmware package, tarvolin downloads it over HTTP or
 HTTPS, checks it, and either installs its images or leaves them, verified, in a
-store on flash for the software that restores them. The package is never held
-whole, neither in memory nor in a file.
+store on flash. The package is never held whole, neither in memory nor in a
+file. From the store, tarv-restore puts them into their partitions at the next
+start.
 .
-This program overwrites the firmware of the machine that it is started on.")
+These programs overwrite the firmware of the machine that they are started on.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarvolin-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -38,6 +39,7 @@ writes to flash.")
 
 include(CPack)
 cpack_add_component(updater GROUP updater)
+cpack_add_component(restore GROUP updater)
 cpack_add_component(doc GROUP updater)
 cpack_add_component(watch GROUP tools)
 cpack_add_component(tools GROUP tools)

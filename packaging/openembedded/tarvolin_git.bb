@@ -36,7 +36,9 @@ PACKAGECONFIG ?= ""
 PACKAGECONFIG[tools] = "-DTARVOLIN_TOOLS=ON,-DTARVOLIN_TOOLS=OFF,cli11"
 PACKAGECONFIG[static-runtime] = "-DTARVOLIN_STATIC_RUNTIME=ON,-DTARVOLIN_STATIC_RUNTIME=OFF"
 
-PACKAGES =+ "${PN}-watch ${PN}-tools"
+# tarv-restore is for an initramfs: IMAGE_INSTALL:append = " tarvolin-restore" in that image.
+PACKAGES =+ "${PN}-restore ${PN}-watch ${PN}-tools"
+FILES:${PN}-restore = "${sbindir}/tarv-restore"
 FILES:${PN}-watch = "${bindir}/tarv-watch"
 FILES:${PN}-tools = "${bindir}/tarv-pkg ${bindir}/tarv-store"
 FILES:${PN} += "${datadir}/bash-completion"
