@@ -3,7 +3,7 @@ import unittest
 
 from lab.module import KIB, without
 from lab.packages import Image, Package, images, no_images, noise
-from lab.servers import ScriptedServer, header
+from lab.servers import ScriptedServer, header, serve
 from lab.sim_module import SimModule
 from lab.store_record import RESTORE
 
@@ -125,7 +125,7 @@ class Refusals(unittest.TestCase):
         """Over the armed store of this very package: nothing behind the record's block changes, and none is armed anew."""
         package = images("system", 300_000, "boot", 5_000)
         for faults, store in HEAD_FAULTS:
-            with self.subTest(faults), SimModule() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
+            with self.subTest(faults), SimModule() as module, serve(package.bytes()) as server:
                 self.assertEqual(module.run(server.url()).status, 0)
                 before = module.dumps()
                 module.set_faults(faults)

@@ -78,7 +78,8 @@ class TarvRestore(unittest.TestCase):
     @staticmethod
     def module(partitions=None, bad=None):
         partitions = partitions or {**SMALL, **TARGETS}
-        return SimModule(partitions, {name: blocks for name, blocks in (BAD if bad is None else bad).items() if name in partitions})
+        bad = BAD if bad is None else bad
+        return SimModule(partitions, {name: blocks for name, blocks in bad.items() if name in partitions})
 
     def armed(self, *lacking, sizes=()):
         """A module with the store of PACKAGE."""
@@ -101,7 +102,7 @@ class TarvRestore(unittest.TestCase):
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
         run = subprocess.run([BIN_DIR / "tarv-restore-sim", "--pid-file", module.folder / "pid", *words], timeout=60,
                              env={**os.environ, "TARVOLIN_SIM": module.flash, "TERM": "xterm"}, check=False, **options)
-        module._check_violation()
+        module.check_violation()
         self.assertEqual(run.returncode, status, run.stderr)
         return run
 
