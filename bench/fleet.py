@@ -5,9 +5,10 @@ import re
 import subprocess
 import time
 
-from module import KIB, MIB, Module
-from packages import images
-from servers import Nginx
+from lab.module import KIB, MIB
+from lab.packages import images
+from lab.servers import Nginx
+from lab.sim_module import SimModule
 from table import Row
 
 COUNT = 200
@@ -27,7 +28,7 @@ def memory(pid):
 def measure():
     with contextlib.ExitStack() as stack:
         url = stack.enter_context(Nginx()).put("fleet.pkg", PACKAGE.bytes())
-        modules = [stack.enter_context(Module(PARTITIONS)) for _ in range(COUNT)]
+        modules = [stack.enter_context(SimModule(PARTITIONS)) for _ in range(COUNT)]
         begin = time.monotonic()
         runs = [subprocess.Popen([*module.command(module.program), "--debug", "--url", url],
                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) for module in modules]

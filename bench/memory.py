@@ -1,8 +1,9 @@
 """Peak memory: against curl's, on a 32-bit module, and from 8 MiB to 1 GiB of package."""
-from module import MIB, Module
-from packages import Image, Package, noise
+from lab.module import MIB
+from lab.packages import Image, Package, noise
+from lab.sim_module import SimModule
 from road import visit
-from servers import Nginx
+from lab.servers import Nginx
 from table import Row, ratio
 from weight import weigh
 
@@ -12,7 +13,7 @@ PARTITIONS = {"recoveryfs": 1056 * MIB}
 def peak(size):
     """In KiB, of an update of that many bytes on simulated flash."""
     package = Package([Image("recoveryfs", noise(MIB) * (size // MIB))])
-    with Module(PARTITIONS) as module, Nginx() as nginx:
+    with SimModule(PARTITIONS) as module, Nginx() as nginx:
         url = nginx.put("large.pkg", package.bytes())
         return weigh([*module.command(module.program), "--debug", "--url", url])["peak"]
 

@@ -4,9 +4,10 @@ import pathlib
 import subprocess
 import time
 
-from module import BIN_DIR, MIB, Module
-from packages import Image, Package
-from servers import Nginx
+from lab.module import BIN_DIR, MIB
+from lab.mtd_module import MtdModule
+from lab.packages import Image, Package
+from lab.servers import Nginx
 from weight import weigh
 
 PARTITIONS = {"userdata": 24 * MIB, "system": 14 * MIB}
@@ -18,7 +19,7 @@ TIMED = "/share/tarv-restore-timed"
 def with_store(work, options=()):
     """Has `work` done on a module that the updater has left with an armed store, and with an empty target."""
     package = Package([Image("system", os.urandom(SIZE))])
-    with Module(PARTITIONS, options=options) as module, Nginx() as nginx:
+    with MtdModule(PARTITIONS, options=options) as module, Nginx() as nginx:
         run = module.run(nginx.put("restore.pkg", package.bytes()))
         assert run.status == 0, module.log()
         found = work(module)

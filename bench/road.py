@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 from statistics import median
 
-from packages import Image, Package
+from lab.packages import Image, Package
 from road_guest import PARTITION, SIZES
 from table import Row, ratio
 
@@ -27,7 +27,7 @@ def visit(arch, bin_dir, *parts):
         for program in bin_dir.glob("*-timed"):
             shutil.copy(program, share)
         subprocess.run([GUEST, arch, bin_dir, "-t", "540", share,
-                        "env", "PYTHONPATH=lab:bench", "python3", "-B", "bench/road_guest.py", *parts], check=True)
+                        "env", "PYTHONPATH=.:bench", "python3", "-B", "bench/road_guest.py", *parts], check=True)
         return json.loads((share / "road.json").read_text())
 
 

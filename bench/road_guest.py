@@ -10,8 +10,9 @@ import sys
 import time
 
 import restore_guest
-from module import BIN_DIR, MIB, Module
-from servers import Nginx
+from lab.module import BIN_DIR, MIB
+from lab.mtd_module import MtdModule
+from lab.servers import Nginx
 from weight import weigh
 
 SIZES = {"road": 32 * MIB, "calls-1": 4 * MIB, "calls-2": 8 * MIB}
@@ -71,7 +72,7 @@ class Road:
 
 
 def bench(options, work):
-    with Module({PARTITION: 40 * MIB}, options=options) as module, Nginx() as nginx:
+    with MtdModule({PARTITION: 40 * MIB}, options=options) as module, Nginx() as nginx:
         return work(Road(module, nginx))
 
 

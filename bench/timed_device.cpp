@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "mtd/device.h"
+#include "mtd/kernel_device.h"
 
 namespace {
 
@@ -32,7 +33,6 @@ auto timed(Call call) {
 }  // namespace
 
 #define TIMED(result, call, parameters, arguments)                \
-  result kernel_device_##call parameters;                         \
   result mtd_device_##call parameters {                           \
     return timed([&] { return kernel_device_##call arguments; }); \
   }

@@ -27,3 +27,10 @@ if(TARVOLIN_SANITIZE)
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tarvolin_flags INTERFACE -fsanitize=address,undefined)
 endif()
+
+option(TARVOLIN_FUZZ "Build the fuzz targets, too; needs clang, the tools and the tests" OFF)
+if(TARVOLIN_FUZZ)
+  target_compile_options(tarvolin_flags INTERFACE
+    -O2 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+  target_link_options(tarvolin_flags INTERFACE -fsanitize=address,undefined)
+endif()

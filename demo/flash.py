@@ -1,8 +1,6 @@
 """What lies on a simulated module's flash, read from the module's flash files without any code of the updater."""
-import struct
-
-STORE = ("userdata", "recoveryfs", "recovery", "vexonv")
-ARMED = 0x54415256
+from lab.expected import STORE_LIST
+from lab.store_record import StoreRecord
 
 
 def read_partition(module, name):
@@ -13,20 +11,13 @@ def read_partition(module, name):
 
 def read_store(module):
     """The store's images by name, as the software that restores them would find them: through the head record."""
-    parts = [read_partition(module, name) for name in STORE]
-    record, parts[0] = parts[0][:400], parts[0][module.block :]
-    magic, _, _, *counts, image_num = struct.unpack_from("<Iii3II", record)
-    if magic != ARMED:
+    parts = [read_partition(module, name) for name in STORE_LIST]
+    record = StoreRecord.read(parts[0])
+    if not record.is_armed():
         return {}
-    entries = [struct.unpack_from("<32sIII", record, 44 + 44 * i) for i in range(image_num)]
-    # The record counts the bytes of three store partitions; the fourth holds what is left.
-    counts.append(sum(aligned for _, _, aligned, _ in entries) - sum(counts))
-    stream = b"".join(part[:count] for part, count in zip(parts, counts))
-    images, at = {}, 0
-    for name, size, aligned, _ in entries:
-        images[name.rstrip(b"\0").decode()] = stream[at : at + size]
-        at += aligned
-    return images
+    parts[0] = parts[0][module.block :]
+    stream = b"".join(part[:count] for part, count in zip(parts, record.all_counts()))
+    return {image.name: data for image, data in zip(record.images, record.cut(stream))}
 
 
 def block_states(module, name):
@@ -42,6 +33,6 @@ def block_states(module, name):
             return "."
         if content == before[block * size : (block + 1) * size]:
             return "~"
-        return "H" if name == STORE[0] and block == good[0] else "#"
+        return "H" if name == STORE_LIST[0] and block == good[0] else "#"
 
     return "".join(map(state, range(len(flash) // size)))

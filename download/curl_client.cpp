@@ -113,6 +113,7 @@ void log_transfer(CURL* curl) {
   curl_easy_getinfo(curl, CURLINFO_EFFECTIVE_URL, &effective_url);
   TARV_LOG(kOp, "Redirect to[%s]\n", effective_url != nullptr ? effective_url : "");
   curl_easy_getinfo(curl, CURLINFO_SSL_VERIFYRESULT, &verify_result);
+  // An interface, odd as it looks: see docs/architecture.md.
   TARV_LOG(kOp, "peer verification[%s]\n", verify_result == 0 ? "fine" : "BAAAD");
   curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD_T, &size);
   TARV_LOG(kOp, "Download %lld bytes\n", static_cast<long long>(size));

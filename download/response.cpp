@@ -7,12 +7,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/log.h"
-#include "main/run/number_text.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 #include "package/intake.h"
 
 namespace {

@@ -2,22 +2,25 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "download/completion.h"
 #include "download/response.h"
 #include "download/url.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 
@@ -56,10 +59,31 @@ void set_timeout(int fd, int option, const char* option_name, int seconds) {
   }
 }
 
+// Waits for the outcome of a connect that was interrupted: the kernel goes on with it, and a second connect
+// would be refused. Returns 0, or -1 with errno.
+int await_connection(int fd) {
+  using clock = std::chrono::steady_clock;
+  const clock::time_point end = clock::now() + std::chrono::seconds(kConnectSeconds);
+  const int ready = retry_interrupted([&] {
+    pollfd connection = {fd, POLLOUT, 0};
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now()).count();
+    return poll(&connection, 1, static_cast<int>(std::max<int64_t>(left, 0)));
+  });
+  if (ready == 0) errno = EINPROGRESS;  // what a connect says that has run into its time-out
+  if (ready <= 0) return -1;
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) return -1;
+  errno = error;
+  return error == 0 ? 0 : -1;
+}
+
 // Connects; Linux bounds a blocking connect by the send time-out. Returns 0, or -1 with a failure reason.
 int connect_to(int fd, const sockaddr_in& address) {
   set_timeout(fd, SO_SNDTIMEO, "SO_SNDTIMEO", kConnectSeconds);
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  if (result != 0 && errno == EINTR) result = await_connection(fd);
+  if (result != 0) {
     char reason[256];
     snprintf(reason, sizeof reason, "Connect Error: %s\n", strerror(errno));
     tarv_write_fail_reason(reason);
@@ -88,7 +112,7 @@ int send_request(int fd, const char* request) {
   const size_t length = strlen(request);
   size_t sent = 0;
   while (sent < length) {
-    const ssize_t n = write(fd, request + sent, length - sent);
+    const ssize_t n = retry_interrupted([&] { return write(fd, request + sent, length - sent); });
     if (n <= 0) {
       TARV_LOG(kOp, "write return -1");
       return -1;
@@ -114,7 +138,8 @@ int receive_response(int fd) {
   TARV_LOG(kOp, "The following is the response:\n");
   char block[kReceiveBlock];
   for (;;) {
-    const ssize_t n = read(fd, block, next_read_size());
+    // A process that is stopped and continued gets EINTR here, since the socket has a time-out.
+    const ssize_t n = retry_interrupted([&] { return read(fd, block, next_read_size()); });
     if (n <= 0) return 0;
     if (vexo_tarv_download_handler(block, static_cast<int>(n)) < 0) {
       TARV_LOG(kOp, "vexo_tarv_download_handler error\n");

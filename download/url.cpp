@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <fcntl.h>
 
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/log.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 #include "mtd/block_io.h"
 #include "package/images.h"
 #include "package/partition_crc.h"

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
+#include "base/shell.h"
 #include "install/image_installer.h"
 #include "install/store_arming.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/shell.h"
 #include "package/images.h"
 
 namespace {

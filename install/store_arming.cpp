@@ -6,8 +6,8 @@
 #include "main/run/record.h"
 #include "mtd/block_io.h"
 #include "package/images.h"
+#include "store/head_block.h"
 #include "store/partition_groups.h"
-#include "store/space.h"
 #include "store/stream.h"
 
 namespace {
@@ -19,7 +19,9 @@ void list_images() {
   for (const package_entry& entry : image_table()) {
     if (group_of(entry) != kStoreGroup || ghead->image_num == kStoreImagesMax) continue;
     store_head_image& image = ghead->images[ghead->image_num++];
-    memcpy(image.name, entry.name, sizeof image.name);
+    // As text: what a package has behind the NUL does not go to flash.
+    const std::string_view name = field_text(entry.name);
+    memcpy(image.name, name.data(), name.size());
     image.size = entry.size;
     image.size_algin = entry.size + store_padding(entry.size);
     image.crc = entry.crc;
@@ -50,50 +52,31 @@ void log_record() {
   }
 }
 
-// Writes the record into the first block; the package data behind it stays. Returns 0 or -1.
-int write_record() {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(kOp, "scan part failed.\n");
-    return -1;
-  }
-  const mtd_partition* const partition = mtd_find_partition(store_list[0]);
-  if (partition == nullptr) {
-    TARV_LOG(kOp, "no mtd partition named \"%s\"\n", store_list[0]);
-    return -1;
-  }
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(kOp, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return -1;
-  }
-  const bool taken = mtd_write_data(*ctx, ghead, sizeof *ghead) == sizeof *ghead;
-  if (!taken) TARV_LOG(kOp, "%s[%d]mtd_write_data error\n", kOp, __LINE__);
-  const bool closed = mtd_write_close(ctx) == 0;
-  if (!closed) TARV_LOG(kOp, "mtd_write_close error\n");
-  return taken && closed ? 0 : -1;
-}
-
-// True when the first block that is not marked bad holds the record. The read must come from that very block:
-// transfers pass over a block that cannot be read, and the record may have gone past it the same way, onto
-// package data.
-bool stands_in_first_block(mtd_read_ctx& ctx) {
-  if (mtd_seek_read_pos(ctx, 0) != 0) return false;
-  const int64_t first_block = mtd_current_pos(ctx.fd);
-  store_head_record found = {};
-  if (mtd_read_data(ctx, &found, sizeof found) != sizeof found) return false;
-  if (mtd_current_pos(ctx.fd) != first_block + ctx.partition->erase_size) return false;
-  return memcmp(&found, ghead, sizeof found) == 0;
-}
-
-// A first block that no longer takes a write makes the write go on to the next one, where nobody looks for
-// the record.
-int verify_record() {
-  mtd_read_ctx* const ctx = vexo_tarv_mtd_open_read(store_list[0]);
-  const bool in_place = ctx != nullptr && stands_in_first_block(*ctx);
-  vexo_tarv_mtd_close_read(ctx);
-  if (in_place) return 0;
+// Nobody looks for the record but in the block before this run's data.
+int misplaced() {
   TARV_LOG(kOp, "store head record is not in its place\n");
   return -1;
+}
+
+// Writes the record into its block; the package data behind it stay. The block has to be the one that this
+// run left for it: a driver that has marked that one bad since then makes the first of the data the first
+// good block. Returns 0 or -1.
+int write_record() {
+  mtd_write_ctx* const ctx = tarv_open_head_block(kOp);
+  if (ctx == nullptr) return -1;
+  const int64_t end = mtd_current_pos(ctx->fd) + ctx->partition->erase_size;
+  const bool in_place = end == ginfo->store_data_start && mtd_write_in_place(*ctx, ghead, sizeof *ghead) == 0;
+  const bool closed = mtd_write_close(ctx) == 0;
+  if (!closed) TARV_LOG(kOp, "mtd_write_close error\n");
+  if (!in_place) return misplaced();
+  return closed ? 0 : -1;
+}
+
+// Returns 0 when whoever looks for the record finds it, as it was written, right before this run's data.
+int verify_record() {
+  store_head_record found = {};
+  const bool in_place = tarv_read_head_block(found) == ginfo->store_data_start;
+  return in_place && memcmp(&found, ghead, sizeof found) == 0 ? 0 : misplaced();
 }
 
 }  // namespace

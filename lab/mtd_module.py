@@ -1,4 +1,4 @@
-"""The same module on the kernel's own NAND: nandsim in a test machine. Stands in for the simulated one in whole runs.
+"""A module on the kernel's own NAND: nandsim in a test machine. Stands in for the simulated one in whole runs.
 
 Flash is prepared with plain writes and read with nanddump, never with the program's own code. Blocks are 128 KiB, pages 2 KiB,
 512 blocks in all.
@@ -9,7 +9,7 @@ import shutil
 import subprocess
 import tempfile
 
-from module import BIN_DIR, SMALL, SimModule
+from lab.module import BIN_DIR, Module
 
 MODPROBE = ["modprobe", "-d", "/modules"]
 
@@ -19,22 +19,20 @@ def load_kernel_modules(*names):
         subprocess.run([*MODPROBE, name], check=True)
 
 
-class MtdModule(SimModule):
-    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs;
-    `options` go to it as they are."""
+class MtdModule(Module):
+    """`nandsim` adds the kernel simulator's own faults: weakblocks, weakpages and gravepages, as (partition, number) pairs, or
+    (partition, number, count) when they begin after so many erases, writes or reads; `options` go to it as they are."""
 
     program = "tarvolin"
 
     def __init__(self, partitions=None, bad=None, revid="31405-old", nandsim=None, options=()):
-        self.partitions = dict(partitions or SMALL)
-        self.bad = {name: set(blocks) for name, blocks in (bad or {}).items()}
+        super().__init__(partitions, bad)
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tarv-module-"))
         self.run_dir = pathlib.Path("/tmp/tarvolin")
         for name, real in (("tmp", "/tmp"), ("run", "/var/run"), ("data", "/data"), ("usr_bin", "/usr/bin")):
             (self.folder / name).symlink_to(real)
         (self.folder / "bin").mkdir()
         self._added = []
-        self._initial = {}
         self._load_nand(nandsim or {}, options)
         for name in self.partitions:
             self._write_stale(name)
@@ -63,8 +61,8 @@ class MtdModule(SimModule):
             options.append("badblocks=" + ",".join(map(str, bad)))
         for kind, places in faults.items():
             scale = 1 if kind == "weakblocks" else self.block // self.page
-            numbers = [self._block_number(name, 0) * scale + n for name, n in places]
-            options.append(f"{kind}=" + ",".join(f"{n}:0" for n in numbers))
+            numbers = [(self._block_number(name, 0) * scale + n, *count) for name, n, *count in places]
+            options.append(f"{kind}=" + ",".join(f"{n}:{count[0] if count else 0}" for n, *count in numbers))
         subprocess.run([*MODPROBE, "nandsim", *options], check=True)
         # The kernel's names are fixed; the program sees the module's in a copy of the list.
         lines = pathlib.Path("/proc/mtd").read_text().splitlines()[: len(self.partitions) + 1]
@@ -109,9 +107,6 @@ class MtdModule(SimModule):
     def add_command(self, name, script, where="bin"):
         super().add_command(name, script, where)
         self._added.append(self.folder / where / name)
-
-    def _check_violation(self):
-        pass  # the kernel lets everything through
 
     def command(self, program):
         return [str(BIN_DIR / program)]

@@ -10,6 +10,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/descriptors.h"
+#include "main/run/run_directory.h"
+
 namespace {
 
 constexpr size_t kPidRecordSize = 128;
@@ -45,6 +48,7 @@ void tarv_daemonize() {
   continue_in_child();
   (void)!chdir("/");
   umask(0);
+  close_inherited_descriptors();
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(fd);
   const int null = open("/dev/null", O_RDWR);
   (void)!dup(null);
@@ -71,7 +75,7 @@ int check_process_running() {
   char name[kProcessNameCapacity] = "";
   char path[128] = "";
   get_process_name(name);
-  snprintf(path, sizeof path, "/var/run/%s.pid", name);
+  snprintf(path, sizeof path, TARV_PID_DIR "/%s" TARV_PID_ENDING, name);
   const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     printf("%s[%d], open\n", __func__, __LINE__);

@@ -5,8 +5,9 @@
 constexpr int kProcessNameCapacity =
     64;  // bytes of an executable's file name with its NUL; longer ones are cut
 
-// Goes on in a process of its own: own session, directory "/", umask 0, standard descriptors on /dev/null.
-// Returns only there; the processes left behind exit with 0, also when no process could be made.
+// Goes on in a process of its own: own session, directory "/", umask 0, standard descriptors on /dev/null,
+// all others closed. Returns only there; the processes left behind exit with 0, also when no process could be
+// made.
 void tarv_daemonize();
 
 // Stores the file name of the running executable. Returns its length, or -1, reported on standard output.

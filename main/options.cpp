@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 #include "main/run/record.h"
 
 namespace {
@@ -41,6 +41,10 @@ bool take_text(char (&field)[N], const char* name, const char* argument) {
 }  // namespace
 
 tarv_start tarv_parse_options(int argc, char* argv[]) {
+  if (argc < 1 || argv[0] == nullptr) {  // started by an exec without a name
+    tarv_usage("tarvolin");
+    return tarv_start::exit_failure;
+  }
   tarv_start start = tarv_start::run_detached;
   optind = 1;
   for (int c; (c = getopt_long(argc, argv, "ht:u:d", kOptions, nullptr)) != -1;) {

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/shell.h"
 #include "main/daemon.h"
 #include "main/options.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/shell.h"
 #include "main/stages.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "mtd/device.h"
 
 namespace {
@@ -231,6 +231,23 @@ int64_t mtd_write_data(mtd_write_ctx& ctx, const void* data, uint32_t length) {
   return length;
 }
 
+int mtd_write_in_place(mtd_write_ctx& ctx, const void* data, uint32_t length) {
+  const int64_t position = mtd_current_pos(ctx.fd);
+  if (position < 0) {
+    printf("mtd: write_block: couldn't SEEK_CUR: %s\n", strerror(errno));
+    return -1;
+  }
+  const auto block = static_cast<uint32_t>(position);
+  memcpy(ctx.block.get(), data, length);
+  memset(ctx.block.get() + length, 0, ctx.partition->erase_size - length);
+  if (fits(*ctx.partition, block) && !is_unwritable(ctx, block) &&
+      write_block_at(ctx, block, ctx.block.get())) {
+    return 0;
+  }
+  errno = EIO;
+  return -1;
+}
+
 int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count) {
   if (flush_block(ctx) != 0) return -1;
   const int64_t current = mtd_current_pos(ctx.fd);
@@ -254,4 +271,11 @@ int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count) {
   }
   for (uint32_t i = 0; i < wanted; ++i, position += erase_size) erase_or_report(ctx, position);
   return position;
+}
+
+int mtd_write_close(mtd_write_ctx* ctx) {
+  const std::unique_ptr<mtd_write_ctx> owner(ctx);
+  const bool flushed = mtd_erase_blocks(*ctx, 0) != -1;
+  const bool closed = mtd_device_close(ctx->fd) == 0;
+  return flushed && closed ? 0 : -1;
 }

@@ -1,5 +1,5 @@
 // The seam between the program and flash: each function is one kernel call on an MTD character device (MTD
-// requests of <mtd/mtd-user.h>). mtd/device.cpp makes the calls; sim/device_sim.cpp answers the same
+// requests of <mtd/mtd-user.h>). mtd/device.cpp passes it to the kernel; sim/device_sim.cpp answers the same
 // functions from a simulated module.
 //
 // Results are the kernel's: -1 with errno on failure, EINTR included. Offsets and lengths are bytes within
@@ -12,20 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-enum class mtd_access { read_only, read_write };
-
-// Geometry of a partition (MEMGETINFO), all in bytes.
-struct mtd_geometry {
-  uint32_t size;
-  uint32_t erase_size;  // erase block
-  uint32_t write_size;  // page
-};
-
-// Error counters of a partition since boot (ECCGETSTATS).
-struct mtd_ecc_counters {
-  uint32_t corrected;  // bit errors mended by ECC
-  uint32_t failed;     // uncorrectable pages read: the read itself still reports success
-};
+#include "mtd/device_types.h"
 
 // Reads the partition list (/proc/mtd) with one read of at most `capacity` bytes. Returns the number of bytes
 // read.

@@ -1,20 +1,18 @@
 #include "mtd/partitions.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
 
-#include "mtd/block_io.h"
 #include "mtd/device.h"
 
 namespace {
 
 constexpr size_t kListCapacity = 2048;  // of the partition list's text; what goes beyond is not seen
 
-std::array<mtd_partition, 64> table;
+mtd_partition_table table;
 
 // Reads one line of the partition list. Returns false when it does not describe a partition, or not to its
 // end: a list that is longer than what is read may be cut within a name, and "recoveryfs" must not turn into
@@ -29,7 +27,9 @@ bool parse_line(const char* line, mtd_partition& entry) {
 // Empties every slot. The geometry stays: a context that is open on a slot goes on working when the load then
 // fails.
 void reset_table() {
-  for (mtd_partition& slot : table) {
+  table.slot_count = kPartitionSlots;
+  table.partition_count = -1;
+  for (mtd_partition& slot : table.entries) {
     slot.index = -1;
     slot.name[0] = '\0';
   }
@@ -39,8 +39,8 @@ void reset_table() {
 int load_line(const char* line) {
   mtd_partition entry;
   if (!parse_line(line, entry)) return 0;
-  if (entry.index < 0 || entry.index >= static_cast<int32_t>(table.size())) return 0;
-  mtd_partition& slot = table[static_cast<size_t>(entry.index)];
+  if (entry.index < 0 || entry.index >= table.slot_count) return 0;
+  mtd_partition& slot = table.entries[entry.index];
   slot = entry;
   if (mtd_partition_info(slot, nullptr, nullptr, &slot.write_size) != 0) {
     const int saved = errno;
@@ -88,11 +88,12 @@ int mtd_load_partitions() {
     if (last) break;
     line = line_end + 1;
   }
+  table.partition_count = count;
   return count;
 }
 
 const mtd_partition* mtd_find_partition(const char* name) {
-  for (const mtd_partition& partition : table) {
+  for (const mtd_partition& partition : table.entries) {
     if (partition.index >= 0 && strcmp(partition.name, name) == 0) return &partition;
   }
   return nullptr;
@@ -127,13 +128,6 @@ mtd_write_ctx* mtd_write_open(const mtd_partition& partition) {
 void mtd_read_close(mtd_read_ctx* ctx) {
   (void)!mtd_device_close(ctx->fd);
   delete ctx;
-}
-
-int mtd_write_close(mtd_write_ctx* ctx) {
-  const std::unique_ptr<mtd_write_ctx> owner(ctx);
-  const bool flushed = mtd_erase_blocks(*ctx, 0) != -1;
-  const bool closed = mtd_device_close(ctx->fd) == 0;
-  return flushed && closed ? 0 : -1;
 }
 
 void mtd_note_bad_block(mtd_write_ctx& ctx, uint32_t offset) {

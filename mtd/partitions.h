@@ -19,6 +19,15 @@ struct mtd_partition {
   char name[64] = "";       // empty in an empty slot
 };
 
+constexpr int32_t kPartitionSlots = 64;
+
+// The process-wide table. Partition N stands in slot N.
+struct mtd_partition_table {
+  mtd_partition entries[kPartitionSlots];
+  int32_t slot_count = 0;        // 0 before the first load
+  int32_t partition_count = -1;  // found by the last load; -1 before the first one and after one that failed
+};
+
 struct free_deleter {
   void operator()(void* memory) const { free(memory); }
 };
@@ -58,11 +67,9 @@ struct mtd_write_ctx {
 [[nodiscard]] mtd_read_ctx* mtd_read_open(const mtd_partition& partition);
 [[nodiscard]] mtd_write_ctx* mtd_write_open(const mtd_partition& partition);
 
-// Closes and frees the context.
+// Closes and frees the context. One for writing is closed with mtd_write_close (mtd/block_io.h), which also
+// writes out what it still holds.
 void mtd_read_close(mtd_read_ctx* ctx);
-// Writes out what is buffered, padded with zero bytes, then closes and frees the context, whatever failed.
-// Returns 0, or -1 when the flush or the close failed.
-[[nodiscard]] int mtd_write_close(mtd_write_ctx* ctx);
 
 // Notes that the writer passed over the block at `offset` (bytes). The list is informative: when it cannot
 // grow, the entry is dropped.

@@ -60,4 +60,10 @@ std::string_view field_text(const char (&field)[N]) {
 // or when `dst` is null.
 [[nodiscard]] int read_file_text(const char* path, char* dst, size_t capacity);
 
+// The same, bounded by the array itself.
+template <size_t N>
+[[nodiscard]] int read_file_text(const char* path, char (&dst)[N]) {
+  return read_file_text(path, dst, N);
+}
+
 #endif

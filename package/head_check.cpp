@@ -8,7 +8,6 @@
 #include "main/run/result_files.h"
 #include "package/crc32.h"
 #include "package/head_rules.h"
-#include "store/partition_groups.h"
 #include "store/space.h"
 
 namespace {
@@ -26,6 +25,8 @@ constexpr const char* kOp = "vexo_tarv_check_head_content";
   return false;
 }
 
+// The texts of faults are interfaces, spelled so on purpose: see docs/architecture.md.
+//
 // A fault whose log line and failure reason are the same text.
 #define REFUSE(...) (TARV_LOG(kOp, __VA_ARGS__), give_reason(__VA_ARGS__))
 
@@ -61,7 +62,7 @@ bool check_length(const package_head& head) {
 }
 
 bool check_revid(const package_head&) {
-  if (ginfo->revid[0] == '\0') (void)!read_file_text(PATH_REVID, ginfo->revid, sizeof ginfo->revid);
+  if (ginfo->revid[0] == '\0') (void)!read_file_text(PATH_REVID, ginfo->revid);
   return ginfo->revid[0] != '\0' || REFUSE("Can not get revid.\n");
 }
 
@@ -93,7 +94,12 @@ bool check_entry(const package_head& head, uint32_t i) {
       return REFUSE("unsupport upgrade partition type: %.32s\n", entry.name);
     case entry_fault::misplaced_recovery:
       return REFUSE("unsupport recovery image in package: %.32s\n", entry.name);
-    case entry_fault::file_name:
+    case entry_fault::file_name_empty:
+    case entry_fault::file_name_unterminated:
+    case entry_fault::file_name_hidden:
+    case entry_fault::file_name_with_folder:
+    case entry_fault::file_name_of_run:
+    case entry_fault::file_name_taken:
       return REFUSE("image file name error: %.68s\n", entry.file_name);
     case entry_fault::none:
       return true;
@@ -101,36 +107,30 @@ bool check_entry(const package_head& head, uint32_t i) {
   return false;
 }
 
-// What the package wants from the store.
-struct store_demand {
-  uint32_t bytes = 0;
-  uint32_t images = 0;
-};
-
-bool check_entries(const package_head& head, store_demand& demand) {
+// Adds up in `demand` the bytes that the package wants from the store.
+bool check_entries(const package_head& head, uint32_t& demand) {
   for (uint32_t i = 0; i < head.image_num; ++i) {
     if (!check_entry(head, i)) return false;
     const package_entry& entry = head.images[i];
-    if (vexo_tarv_get_pt_type(field_text(entry.name)) != kStoreGroup) continue;
+    if (group_of(entry) != kStoreGroup) continue;
     TARV_LOG(kOp, "flash image: %s, size: %d\n", entry.name, entry.size);
-    demand.bytes += entry.size;
-    ++demand.images;
+    demand += entry.size;
   }
-  return demand.images <= kStoreImagesMax || REFUSE("too many store images: %d\n", demand.images);
+  if (examine_table(head) != table_fault::too_many_store_images) return true;
+  return REFUSE("too many store images: %d\n", count_store_images(head));
 }
 
 bool check_images(const package_head& head) {
   const uint32_t room = vexo_tarv_get_partition_valid_size();
-  store_demand demand;
+  uint32_t demand = 0;
   if (!check_entries(head, demand)) return false;
-  if (demand.bytes > room) {
-    TARV_LOG(kOp, "No enough size for this file store. file_len: %d, valid_size: %d\n", demand.bytes, room);
-    return give_reason("No enough size, %d/%d\n", demand.bytes, room);
+  if (demand > room) {
+    TARV_LOG(kOp, "No enough size for this file store. file_len: %d, valid_size: %d\n", demand, room);
+    return give_reason("No enough size, %d/%d\n", demand, room);
   }
-  if (ginfo->store_capacity[0] < demand.bytes) ghead->need_recovery = 1;
+  if (ginfo->store_capacity[0] < demand) ghead->need_recovery = 1;
   TARV_LOG(kOp, "vexo_tarv_check_head_content success, size: %.1f/%.1fMB need_recovery[%d]\n\n",
-           static_cast<double>(demand.bytes) / 1048576, static_cast<double>(room) / 1048576,
-           ghead->need_recovery);
+           static_cast<double>(demand) / 1048576, static_cast<double>(room) / 1048576, ghead->need_recovery);
   return true;
 }
 

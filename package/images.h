@@ -5,12 +5,7 @@
 #include <algorithm>
 
 #include "main/run/record.h"
-#include "store/partition_groups.h"
-
-// Partition group of an image.
-inline int group_of(const package_entry& entry) {
-  return vexo_tarv_get_pt_type(field_text(entry.name));
-}
+#include "package/head_rules.h"
 
 // The entries in use, for range-for and algorithms.
 struct image_table {

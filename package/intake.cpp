@@ -6,15 +6,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
+#include "base/retry.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
 #include "mtd/block_io.h"
 #include "package/head_check.h"
+#include "package/head_rules.h"
 #include "package/images.h"
 #include "store/data_volume.h"
+#include "store/head_block.h"
 #include "store/partition_groups.h"
 #include "store/space.h"
 #include "store/stream.h"
@@ -57,27 +60,34 @@ void count_saved(uint32_t len) {
   tarv_set_download_size(static_cast<int32_t>(ginfo->saved_total));
 }
 
-// Makes image `index` the current one. Returns 0, or -1 for a partition that is in no group.
-int select_image(int32_t index) {
+// Makes image `index` the current one.
+void select_image(int32_t index) {
   ginfo->cur_image = index;
   ginfo->cur_entry = &ginfo->head.images[index];
   ginfo->cur_pt_type = group_of(*ginfo->cur_entry);
-  if (ginfo->cur_pt_type == kNoGroup) {
-    TARV_LOG(kOp, "unsupport file partition: %.32s, error\n", ginfo->cur_entry->name);
-    return -1;
-  }
   ginfo->image_saved[index] = 0;
-  return 0;
 }
 
 // Refuses a recovery package that holds anything else. Returns 0 or -1.
 int check_recovery_package() {
-  for (const package_entry& entry : image_table()) {
-    if (group_of(entry) == kRecoveryGroup) continue;
-    TARV_LOG(kOp, "in recovery mode unsupport type: %s\n", entry.name);
-    return -1;
+  const std::optional<uint32_t> foreign = find_foreign_image(ginfo->head);
+  if (!foreign) return 0;
+  TARV_LOG(kOp, "in recovery mode unsupport type: %s\n", ginfo->head.images[*foreign].name);
+  return -1;
+}
+
+// The block of the head record takes no record: no store can begin, and the one before it was not touched
+// behind that block. Returns -1.
+int refuse_head_block() {
+  TARV_LOG(kOp, "vexo_tarv_init_head_flash error\n");
+  store_head_record found = {};
+  if (tarv_read_head_block(found) >= 0 && found.magic == TARV_RESTORE_MAGIC) {
+    tarv_write_fail_reason(
+        "userdata takes no head record; the earlier armed store still stands; /data is unmounted\n");
+  } else {
+    tarv_write_fail_reason("userdata takes no head record; no armed store was found; /data is unmounted\n");
   }
-  return 0;
+  return -1;
 }
 
 // Releases the data volume, writes the storing head record and opens the store behind it. Returns 0 or -1.
@@ -90,7 +100,7 @@ int prepare_store() {
   ghead->magic = TARV_STORING_MAGIC;
   ghead->status = ginfo->status;
   ghead->valid_pt = 0;
-  vexo_tarv_init_head_flash(*ghead);
+  if (vexo_tarv_init_head_flash(*ghead) != 0) return refuse_head_block();
 
   ginfo->write_ctx = vexo_tarv_mtd_open_write(store_list[0]);
   if (ginfo->write_ctx == nullptr) {
@@ -101,7 +111,8 @@ int prepare_store() {
     TARV_LOG(kOp, "%s[%d] mtd_seek_write_pos error\n", kOp, __LINE__);
     return fail();
   }
-  if (mtd_current_pos(ginfo->write_ctx->fd) < 0) {
+  ginfo->store_data_start = mtd_current_pos(ginfo->write_ctx->fd);
+  if (ginfo->store_data_start < 0) {
     TARV_LOG(kOp, "mtd_erase_blocks: couldn't SEEK_CUR: %s\n", strerror(errno));
     return fail();
   }
@@ -149,7 +160,11 @@ int prepare_destination() {
 // Starts with image 0. A package without images has none, whatever its first entry names: nothing is opened
 // for it.
 int start_images() {
-  if (select_image(0) != 0) return -1;
+  if (has_unknown_first_entry(ginfo->head)) {
+    TARV_LOG(kOp, "unsupport file partition: %.32s, error\n", ginfo->head.images[0].name);
+    return -1;
+  }
+  select_image(0);
   if (ginfo->cur_pt_type == kRecoveryGroup) {
     if (check_recovery_package() != 0) return fail();
     tarv_write_int_file(PATH_TARV_PT_TYPE, kRecoveryGroup);
@@ -242,7 +257,8 @@ int32_t start_next_image(const uint8_t* buf, int32_t len) {
     TARV_LOG(kOp, "error image num\n");
     return -1;
   }
-  if (select_image(ginfo->cur_image) != 0 || prepare_destination() != 0) return -1;
+  select_image(ginfo->cur_image);
+  if (prepare_destination() != 0) return -1;
   return vexo_tarv_save_data(buf, len);
 }
 

@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/log.h"
 #include "main/run/record.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 #include "package/crc32.h"
 #include "package/images.h"
 #include "package/partition_crc.h"

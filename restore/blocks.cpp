@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "restore/fault.h"
 #include "store/head_record.h"
 

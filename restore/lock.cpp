@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "restore/fault.h"
 
 namespace restore {

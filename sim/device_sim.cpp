@@ -32,13 +32,30 @@ struct simulation {
   std::string folder;
   nand_model nand;
   fault_plan faults;
-  std::map<int, handle> handles;  // by descriptor
-  std::ofstream trace;            // a line for each operation, when the folder has a file of that name
+  std::map<int, handle> handles;      // by descriptor
+  std::ofstream trace;                // a line for each operation, when the folder has a file of that name
+  nand_partition* failing = nullptr;  // where a block is to be marked bad once the operation in hand is over
+  uint32_t failing_block = 0;
 };
 
 simulation* current = nullptr;
 
+// Ends an operation that leaves its block marked bad.
+void mark_failing_block() {
+  if (current->failing != nullptr) current->nand.mark_bad(*current->failing, current->failing_block);
+  current->failing = nullptr;
+}
+
+void save_struck() {
+  const std::vector<std::string> lines = current->faults.struck();
+  if (lines.empty()) return;
+  std::ofstream file(current->folder + "/struck");
+  for (const std::string& line : lines) file << line << '\n';
+}
+
 void save_counts() {
+  mark_failing_block();
+  save_struck();
   FILE* const file = fopen((current->folder + "/counts").c_str(), "we");
   if (file == nullptr) return;
   for (size_t i = 0; i < kFlashOps; ++i) {
@@ -84,10 +101,19 @@ handle* find_handle(int fd) {
 bool begin(flash_op op, const handle* on, int64_t offset, fault_effect& effect) {
   const std::string name = on != nullptr ? on->partition->name : "";
   const int64_t block = on != nullptr ? offset / sim().nand.erase_size() : -1;
-  effect = sim().faults.next(op, name, block);
+  const fault_strike strike = sim().faults.next(op, name, block);
+  mark_failing_block();
+  effect = strike.effect;
+  if (strike.marks_bad && on != nullptr) {
+    sim().failing = on->partition;
+    sim().failing_block = static_cast<uint32_t>(block);
+  }
   if (sim().trace.is_open())
     sim().trace << kFlashOpNames[static_cast<size_t>(op)] << ' ' << name << ' ' << block << std::endl;
   switch (effect) {
+    case fault_effect::refused:
+      errno = EIO;
+      return false;
     case fault_effect::interrupted:
       errno = EINTR;
       return false;
@@ -102,14 +128,18 @@ bool begin(flash_op op, const handle* on, int64_t offset, fault_effect& effect) 
   }
 }
 
-// For the operations that a fault can only fail or end.
-bool begin_plain(flash_op op, const handle* on, int64_t offset) {
-  fault_effect effect = fault_effect::none;
+// For the operations that a fault can only fail or end; `effect` is left at "none" or "bad".
+bool begin_plain(flash_op op, const handle* on, int64_t offset, fault_effect& effect) {
   if (!begin(op, on, offset, effect)) return false;
   if (effect == fault_effect::powercut) lose_power();
-  if (effect == fault_effect::none) return true;
+  if (effect == fault_effect::none || (effect == fault_effect::bad && op == flash_op::badblock)) return true;
   errno = EIO;
   return false;
+}
+
+bool begin_plain(flash_op op, const handle* on, int64_t offset) {
+  fault_effect effect = fault_effect::none;
+  return begin_plain(op, on, offset, effect);
 }
 
 int failed() {
@@ -181,8 +211,9 @@ int mtd_device_geometry(int fd, mtd_geometry& geometry) {
 
 int mtd_device_is_bad(int fd, int64_t offset) {
   const handle* const found = find_handle(fd);
-  if (found == nullptr || !begin_plain(flash_op::badblock, found, offset)) return -1;
-  return sim().nand.is_bad(*found->partition, offset);
+  fault_effect effect = fault_effect::none;
+  if (found == nullptr || !begin_plain(flash_op::badblock, found, offset, effect)) return -1;
+  return effect == fault_effect::bad ? 1 : sim().nand.is_bad(*found->partition, offset);
 }
 
 int mtd_device_erase(int fd, uint32_t start, uint32_t length) {

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <numeric>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -16,6 +17,7 @@ struct effect_name {
 constexpr effect_name kEffects[] = {
     {"fail", fault_effect::fail},
     {"fail-late", fault_effect::fail_late},
+    {"refused", fault_effect::refused},
     {"interrupted", fault_effect::interrupted},
     {"unsupported", fault_effect::unsupported},
     {"no-memory", fault_effect::no_memory},
@@ -23,6 +25,7 @@ constexpr effect_name kEffects[] = {
     {"corrupt", fault_effect::corrupt},
     {"corrected", fault_effect::corrected},
     {"uncorrectable", fault_effect::uncorrectable},
+    {"bad", fault_effect::bad},
     {"powercut", fault_effect::powercut},
 };
 
@@ -33,20 +36,27 @@ int parse_op(const std::string& name) {
   return found == kFlashOpNames.end() ? -2 : static_cast<int>(found - kFlashOpNames.begin());
 }
 
-fault_effect parse_effect(const std::string& name) {
+// The effect of that name, with "+bad" behind it when it leaves the block marked.
+fault_strike parse_strike(const std::string& text) {
+  constexpr std::string_view mark = "+bad";
+  const size_t plus = std::min(text.find('+'), text.size());
+  const bool marks = text.compare(plus, std::string::npos, mark) == 0;
   for (const effect_name& row : kEffects) {
-    if (name == row.name) return row.effect;
+    if (text.compare(0, plus, row.name) != 0 || (plus < text.size() && !marks)) continue;
+    return {row.effect, marks || row.effect == fault_effect::bad};
   }
-  return fault_effect::none;
+  return {};
 }
 
 }  // namespace
 
-// OPERATION at NUMBER EFFECT [TIMES|always], or OPERATION in PARTITION BLOCK EFFECT [TIMES|always].
+// OPERATION at NUMBER EFFECT [TIMES|always], or OPERATION in PARTITION BLOCK [after COUNT] EFFECT
+// [TIMES|always].
 bool fault_plan::parse(const std::string& line, fault& parsed) {
   std::istringstream words(line);
   std::string op, where, effect, times;
   words >> op >> where;
+  parsed.line = line;
   parsed.op = parse_op(op);
   if (where == "at") {
     words >> parsed.at;
@@ -54,8 +64,9 @@ bool fault_plan::parse(const std::string& line, fault& parsed) {
     words >> parsed.partition >> parsed.block;
   }
   words >> effect;
-  parsed.effect = parse_effect(effect);
-  if (words.fail() || parsed.op < -1 || parsed.effect == fault_effect::none) return false;
+  if (effect == "after" && where == "in") words >> parsed.spared >> effect;
+  parsed.strike = parse_strike(effect);
+  if (words.fail() || parsed.op < -1 || parsed.strike.effect == fault_effect::none) return false;
   if (parsed.at == 0 && parsed.partition.empty()) return false;
   if (words >> times) parsed.times = times == "always" ? UINT64_MAX : strtoull(times.c_str(), nullptr, 10);
   return parsed.times > 0;
@@ -74,8 +85,8 @@ void fault_plan::load(const std::string& path) {
   }
 }
 
-bool fault_plan::strikes(const fault& candidate, flash_op op, const std::string& partition,
-                         int64_t block) const {
+bool fault_plan::fits(const fault& candidate, flash_op op, const std::string& partition,
+                      int64_t block) const {
   if (candidate.times == 0) return false;
   if (candidate.op != -1 && candidate.op != static_cast<int>(op)) return false;
   if (candidate.at == 0) return candidate.partition == partition && candidate.block == block;
@@ -84,14 +95,29 @@ bool fault_plan::strikes(const fault& candidate, flash_op op, const std::string&
   return number >= candidate.at;
 }
 
-fault_effect fault_plan::next(flash_op op, const std::string& partition, int64_t block) {
+fault_strike fault_plan::next(flash_op op, const std::string& partition, int64_t block) {
   ++counts_[static_cast<size_t>(op)];
+  fault* striking = nullptr;
   for (fault& candidate : faults_) {
-    if (!strikes(candidate, op, partition, block)) continue;
-    if (candidate.times != UINT64_MAX) --candidate.times;
-    return candidate.effect;
+    if (!fits(candidate, op, partition, block)) continue;
+    if (candidate.spared > 0) {
+      --candidate.spared;
+    } else if (striking == nullptr) {
+      striking = &candidate;
+    }
   }
-  return fault_effect::none;
+  if (striking == nullptr) return {};
+  if (striking->times != UINT64_MAX) --striking->times;
+  striking->has_struck = true;
+  return striking->strike;
+}
+
+std::vector<std::string> fault_plan::struck() const {
+  std::vector<std::string> lines;
+  for (const fault& candidate : faults_) {
+    if (candidate.has_struck) lines.push_back(candidate.line);
+  }
+  return lines;
 }
 
 uint64_t fault_plan::total() const {

@@ -18,6 +18,7 @@ enum class fault_effect {
   none,
   fail,           // EIO; a program has landed in half, an erase not at all
   fail_late,      // EIO, though the operation took effect whole
+  refused,        // EIO, nothing done
   interrupted,    // EINTR, nothing done
   unsupported,    // EOPNOTSUPP, nothing done
   no_memory,      // ENOMEM, nothing done
@@ -25,7 +26,14 @@ enum class fault_effect {
   corrupt,        // lands or arrives with one wrong byte, reported as success
   corrected,      // a read that needed ECC
   uncorrectable,  // a read of wrong bytes, reported as success; the ECC counters tell
+  bad,            // a query finds a bad block, which is marked so from then on
   powercut,       // the process ends there and then, the operation done in half
+};
+
+// What is to become of an operation.
+struct fault_strike {
+  fault_effect effect = fault_effect::none;
+  bool marks_bad = false;  // the block is marked bad once the operation is over
 };
 
 // Counts of this process, by operation.
@@ -39,7 +47,10 @@ class fault_plan {
 
   // Counts an operation on block `block` of partition `partition` (block -1 where it has none) and returns
   // what is to go wrong with it.
-  fault_effect next(flash_op op, const std::string& partition, int64_t block);
+  fault_strike next(flash_op op, const std::string& partition, int64_t block);
+
+  // The lines of the plan that have struck in this process.
+  std::vector<std::string> struck() const;
 
   const flash_counts& counts() const { return counts_; }
   uint64_t total() const;
@@ -50,11 +61,14 @@ class fault_plan {
     uint64_t at = 0;        // the operation's number in this process, from 1; 0: by place
     std::string partition;  // by place
     int64_t block = -1;     // by place
-    fault_effect effect = fault_effect::none;
+    uint64_t spared = 0;    // by place: operations there that still pass
+    fault_strike strike;
     uint64_t times = 1;  // how often it still strikes
+    std::string line;
+    bool has_struck = false;
   };
   static bool parse(const std::string& line, fault& parsed);
-  bool strikes(const fault& candidate, flash_op op, const std::string& partition, int64_t block) const;
+  bool fits(const fault& candidate, flash_op op, const std::string& partition, int64_t block) const;
 
   std::vector<fault> faults_;
   flash_counts counts_ = {};

@@ -48,11 +48,17 @@ bool is_empty(int fd) {
 
 void nand_model::load(const std::string& folder) {
   folder_ = folder;
-  std::ifstream file(folder + "/module.conf");
-  if (!file) stop("no module.conf in \"" + folder + "\"");
+  if (access((folder + "/module.conf").c_str(), R_OK) != 0) stop("no module.conf in \"" + folder + "\"");
+  load_lines("module.conf");
+  load_lines("marked");
+}
+
+void nand_model::load_lines(const std::string& name) {
+  std::ifstream file(folder_ + "/" + name);
   for (std::string line; std::getline(file, line);) {
-    if (!line.empty() && line[0] != '#' && !parse_line(line))
-      stop("module.conf: cannot understand \"" + line + "\"");
+    if (!line.empty() && line[0] != '#' && !parse_line(line)) {
+      stop(name + ": cannot understand \"" + line + "\"");
+    }
   }
 }
 
@@ -204,6 +210,11 @@ ssize_t nand_model::program(nand_partition& partition, int64_t offset, const voi
     program_page(partition, at, static_cast<const uint8_t*>(data) + done);
   }
   return static_cast<ssize_t>(count);
+}
+
+void nand_model::mark_bad(nand_partition& partition, uint32_t block) const {
+  if (!partition.bad.insert(block).second) return;
+  std::ofstream(folder_ + "/marked", std::ios::app) << "bad " << partition.name << ' ' << block << '\n';
 }
 
 void nand_model::tear_page(nand_partition& partition, int64_t offset, const void* data) {

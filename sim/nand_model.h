@@ -3,6 +3,7 @@
 //   module.conf   geometry, partitions and bad blocks
 //   mtd<N>.bin    the bytes of partition N; made, erased, when missing
 //   mtd<N>.pages  one byte a page: erased, programmed or torn; taken from the bytes when missing
+//   marked        blocks that were marked bad by faults: lines like module.conf's "bad"
 //
 // The model is strict: what real flash would damage silently (a program of a bad block, of part of a page, of
 // a page that was not erased) ends the process with kViolationExit and leaves a line in the file "violation".
@@ -55,10 +56,14 @@ class nand_model {
   ssize_t read(nand_partition& partition, int64_t offset, void* data, size_t length);
   ssize_t program(nand_partition& partition, int64_t offset, const void* data, size_t length);
 
+  // Marks the block bad, for this process and those after it.
+  void mark_bad(nand_partition& partition, uint32_t block) const;
+
   // Leaves the page at `offset` as lost power leaves it: half programmed, uncorrectable from then on.
   void tear_page(nand_partition& partition, int64_t offset, const void* data);
 
  private:
+  void load_lines(const std::string& name);
   bool parse_line(const std::string& line);
   void open_files(nand_partition& partition) const;
   // Ends the process over what flash does not forgive, unless the kernel's rules are wanted.

@@ -1,8 +1,8 @@
 #include "store/data_volume.h"
 
+#include "base/shell.h"
 #include "main/run/log.h"
 #include "main/run/result_files.h"
-#include "main/run/shell.h"
 
 namespace {
 

@@ -2,7 +2,8 @@
 //
 // It tells the software that restores the store which images lie there. Two forms exist: the storing form
 // while a package is being written (not to be acted on), and the armed form once everything has been
-// verified. docs/store-format.md has the layout for that software. This header includes nothing of ours.
+// verified. docs/store-format.md has the layout for that software; its field names, `size_algin` too, are
+// interfaces (see docs/architecture.md). This header includes nothing of ours.
 #ifndef TARVOLIN_STORE_HEAD_RECORD_H
 #define TARVOLIN_STORE_HEAD_RECORD_H
 
@@ -13,11 +14,10 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the record is written 
 
 constexpr uint32_t TARV_STORING_MAGIC = 0x54415240;
 constexpr uint32_t TARV_RESTORE_MAGIC = 0x54415256;
-constexpr uint32_t kStoreImagesMax = 8;   // entries of the image list
-constexpr uint32_t kStoreCountSlots = 3;  // store partitions with a byte count of their own
-
-// Bytes that every image fills up to in the store.
-constexpr uint32_t kStoreAlignment = 4096;
+constexpr uint32_t kStoreImagesMax = 8;     // entries of the image list
+constexpr int kStorePartitions = 4;         // partitions that the store may run through
+constexpr uint32_t kStoreCountSlots = 3;    // of these, the ones with a byte count of their own
+constexpr uint32_t kStoreAlignment = 4096;  // bytes that every image fills up to in the store
 
 // Zero bytes that follow an image of `size` bytes in the store, 0 to 4095.
 constexpr uint32_t store_padding(uint32_t size) {
@@ -28,7 +28,7 @@ constexpr uint32_t store_padding(uint32_t size) {
 struct store_head_image {
   char name[32];        // target partition
   uint32_t size;        // bytes of image data
-  uint32_t size_algin;  // bytes it takes in the store: size rounded up to 4096
+  uint32_t size_algin;  // bytes it takes in the store: `size` and its padding
   uint32_t crc;         // CRC-32/JAMCRC of the data
 };
 

@@ -6,7 +6,7 @@
 #include <array>
 #include <string_view>
 
-#include "main/run/record.h"
+#include "store/head_record.h"
 
 // How an image travels; the values of vexo_tarv_get_pt_type.
 constexpr int kStoreGroup = 1;     // appended to the store

@@ -6,6 +6,7 @@
 #include "main/run/record.h"
 #include "mtd/block_io.h"
 #include "mtd/device.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
 
 namespace {
@@ -43,20 +44,9 @@ double megabytes(uint32_t bytes) {
 }  // namespace
 
 uint32_t get_partition_valid_size(const char* name) {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(__func__, "scan part failed.\n");
-    return kNoValidSize;
-  }
-  const mtd_partition* const partition = mtd_find_partition(name);
-  if (partition == nullptr) {
-    TARV_LOG(__func__, "no mtd partition named \"%s\"\n", name);
-    return kNoValidSize;
-  }
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", name);
-    return kNoValidSize;
-  }
+  mtd_write_ctx* const ctx = open_for_writing(__func__, name);
+  if (ctx == nullptr) return kNoValidSize;
+  const mtd_partition* const partition = ctx->partition;
   const uint32_t blocks = partition->size / partition->erase_size;
   const uint32_t bad = count_bad_blocks(*ctx, blocks);
   TARV_LOG(__func__, "size: %d, blocks: %d, bad_blocks: %d\n", partition->size, blocks, bad);

@@ -1,7 +1,9 @@
 #include "store/stream.h"
 
 #include "main/run/log.h"
+#include "main/run/record.h"
 #include "mtd/block_io.h"
+#include "store/partition_access.h"
 #include "store/partition_groups.h"
 #include "store/space.h"
 
@@ -20,43 +22,13 @@ bool is_last(int i) {
   return i + 1 >= ginfo->store_partitions;
 }
 
-// The table entry of `name` for the operation `op`, or null, logged.
-const mtd_partition* find_partition(const char* op, const char* name) {
-  if (mtd_load_partitions() < 1) {
-    TARV_LOG(op, "scan part failed.\n");
-    return nullptr;
-  }
-  const mtd_partition* const partition = mtd_find_partition(name);
-  if (partition == nullptr) TARV_LOG(op, "no mtd partition named \"%s\"\n", name);
-  return partition;
-}
-
+// The two ways to open a partition, with the line that announces it.
 template <typename Ctx>
-Ctx* open_partition(const char* op, const char* verb, const char* name, Ctx* (*open)(const mtd_partition&)) {
+Ctx* open_partition(const char* op, const char* name, Ctx* (*open)(const char* op, const char* name)) {
   TARV_LOG(op, "%s %s\n", op, name != nullptr ? name : "(null)");
-  if (name == nullptr) {
-    TARV_LOG(op, "%s, partition is NULL\n", op);
-    return nullptr;
-  }
-  const mtd_partition* const partition = find_partition(op, name);
-  if (partition == nullptr) return nullptr;
-  Ctx* const ctx = open(*partition);
-  if (ctx == nullptr) TARV_LOG(op, "can't %s mtd partition \"%s\"\n", verb, name);
-  return ctx;
-}
-
-// Erases the partition behind `ctx` and puts the record into its buffer. Returns 0 or -1.
-int put_head(mtd_write_ctx& ctx, const store_head_record& record) {
-  constexpr const char* op = "vexo_tarv_init_head_flash";
-  if (mtd_erase_blocks(ctx, -1) == -1) {
-    TARV_LOG(op, "%s[%d] error erasing blocks\n", op, __LINE__);
-    return -1;
-  }
-  if (mtd_write_data(ctx, &record, sizeof record) != sizeof record) {
-    TARV_LOG(op, "%s[%d]mtd_write_data error\n", op, __LINE__);
-    return -1;
-  }
-  return 0;
+  if (name != nullptr) return open(op, name);
+  TARV_LOG(op, "%s, partition is NULL\n", op);
+  return nullptr;
 }
 
 constexpr const char* kAppend = "vexo_tarv_mtd_append";
@@ -101,6 +73,7 @@ int append_across(int i, const uint8_t* data, uint32_t length) {
   const uint32_t rest = length - room;
   if (is_last(i)) {
     if (rest != 0) {
+      // Spelled so on purpose: see "Texts and names that are interfaces" in docs/architecture.md.
       TARV_LOG(kAppend, "no valid partiton space, error\n");
       return -1;
     }
@@ -133,11 +106,11 @@ uint32_t& store_saved(int i) {
 }
 
 mtd_write_ctx* vexo_tarv_mtd_open_write(const char* name) {
-  return open_partition(__func__, "write", name, mtd_write_open);
+  return open_partition(__func__, name, open_for_writing);
 }
 
 mtd_read_ctx* vexo_tarv_mtd_open_read(const char* name) {
-  return open_partition(__func__, "read", name, mtd_read_open);
+  return open_partition(__func__, name, open_for_reading);
 }
 
 int vexo_tarv_mtd_close_write(mtd_write_ctx* ctx) {
@@ -164,18 +137,6 @@ void vexo_tarv_mtd_close_read(mtd_read_ctx* ctx) {
   }
   TARV_LOG(__func__, "%s %s\n", __func__, ctx->partition->name);
   mtd_read_close(ctx);
-}
-
-void vexo_tarv_init_head_flash(const store_head_record& record) {
-  const mtd_partition* const partition = find_partition(__func__, store_list[0]);
-  if (partition == nullptr) return;
-  mtd_write_ctx* const ctx = mtd_write_open(*partition);
-  if (ctx == nullptr) {
-    TARV_LOG(__func__, "can't write mtd partition \"%s\"\n", store_list[0]);
-    return;
-  }
-  (void)!put_head(*ctx, record);  // logged there; the context is closed either way
-  if (mtd_write_close(ctx) != 0) TARV_LOG(__func__, "mtd_write_close error\n");
 }
 
 int vexo_tarv_mtd_append(const void* data, int32_t length) {

@@ -4,7 +4,8 @@
 // partition is left for the next one exactly when its capacity is reached. Every failure is logged where it
 // is found.
 //
-// Writing: init the head, open userdata into ginfo->write_ctx, seek past the head block, append, close.
+// Writing: init the head (store/head_block.h), open userdata into ginfo->write_ctx, seek past the head block,
+// append, close.
 // Reading: open userdata into ginfo->read_ctx, seek past the head block, read with an offset that starts at
 // 0, close.
 #ifndef TARVOLIN_STORE_STREAM_H
@@ -12,7 +13,6 @@
 
 #include <cstdint>
 
-#include "main/run/record.h"
 #include "mtd/partitions.h"
 #include "store/head_record.h"
 
@@ -25,10 +25,6 @@
 [[nodiscard]] int vexo_tarv_mtd_close_write(mtd_write_ctx* ctx);
 // Closes and frees the context; null is allowed.
 void vexo_tarv_mtd_close_read(mtd_read_ctx* ctx);
-
-// Erases the first store partition and writes `record` into its first good block, filled up with zero bytes.
-// Failures are logged only: they show when the store is opened or read back.
-void vexo_tarv_init_head_flash(const store_head_record& record);
 
 // Appends `length` bytes to the stream through ginfo->write_ctx, which moves on from partition to partition
 // and becomes null at the end of the store. Returns 0 when all were stored, else -1.

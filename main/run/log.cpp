@@ -8,14 +8,12 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/retry.h"
+#include "base/shell.h"
+#include "base/unique_fd.h"
 #include "main/run/result_files.h"
-#include "main/run/retry.h"
-#include "main/run/shell.h"
-#include "main/run/unique_fd.h"
 
 namespace {
-
-static_assert(sizeof(time_t) == 8, "dates beyond 2038");
 
 void format_stamp(char* stamp, size_t capacity) {
   const time_t now = time(nullptr);

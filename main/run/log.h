@@ -21,7 +21,8 @@ int tarv_append_file(const char* path, const char* text);
 [[gnu::format(printf, 3, 4)]] void tarv_log_line(const char* operation, int line, const char* format, ...);
 
 // The one way to log. `operation` names the interface whose work this is, not the part of it that happens to
-// run: readers of the log know the interfaces.
+// run: readers of the log know the interfaces. These names and the texts are interfaces themselves (see
+// docs/architecture.md).
 #define TARV_LOG(operation, ...) tarv_log_line(operation, __LINE__, __VA_ARGS__)
 
 #endif

@@ -7,25 +7,14 @@
 
 #include <cstdint>
 
+#include "main/run/run_directory.h"
 #include "package/format.h"
 #include "store/head_record.h"
 
 struct mtd_read_ctx;
 struct mtd_write_ctx;
 
-constexpr int kStorePartitions = 4;          // partitions that the store may run through
 constexpr int32_t kHttpHeadCapacity = 4096;  // bytes of response header, with the body bytes that came along
-
-// Where a run stands; published in the status files.
-enum tarv_status : int32_t {
-  TARV_STATUS_IDLE = 0,
-  TARV_STATUS_DOWNLOAD = 1,
-  TARV_STATUS_CHECK = 2,
-  TARV_STATUS_INSTALL = 3,
-  TARV_STATUS_RESTORE = 4,
-  TARV_STATUS_SUCCESS = 5,
-  TARV_STATUS_FAILED = 6,
-};
 
 // State of the response intake.
 enum tarv_download_state : int32_t {
@@ -72,7 +61,8 @@ struct run_record {
   // Store.
   uint32_t store_capacity[kStorePartitions];  // usable bytes of each store partition
   int32_t store_partitions;                   // partitions from the front of the list that the stream may use
-  uint32_t vexonv_saved;  // stored bytes in the fourth store partition, which has no slot in ghead
+  int64_t store_data_start;  // byte of "userdata" where this run's data begin, behind the head block
+  uint32_t vexonv_saved;     // stored bytes in the fourth store partition, which has no slot in ghead
 };
 
 extern run_record* const ginfo;

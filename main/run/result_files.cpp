@@ -1,31 +1,20 @@
 #include "main/run/result_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 #include "main/run/record.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
 
 namespace {
 
-constexpr std::array<std::string_view, 7> kStatusNames = {
-    "TARV_STATUS_IDLE\n",    "TARV_STATUS_DOWNLOAD\n", "TARV_STATUS_CHECK\n",  "TARV_STATUS_INSTALL\n",
-    "TARV_STATUS_RESTORE\n", "TARV_STATUS_SUCCESS\n",  "TARV_STATUS_FAILED\n",
-};
-constexpr std::string_view kUnknownStatus = "TARV_STATUS_ERR_INPUT\n";
-
-constexpr std::array<const char*, 14> kRunFiles = {
-    PATH_TARV_STATUS,     PATH_TARV_STATUS_STR,   PATH_TARV_FAIL_REASON, PATH_TARV_DOWNLOAD_TIME,
-    PATH_TARV_CHECK_TIME, PATH_TARV_INSTALL_TIME, PATH_TARV_TOTAL_TIME,  PATH_TARV_DOWNLOAD_SIZE,
-    PATH_TARV_FILE_SIZE,  PATH_TARV_PT_TYPE,      PATH_TARV_HEAD,        HTTP_HEADER_FILE,
-    PATH_TARV_LOG,        PATH_TARV_LOG_BAK,
-};
+constexpr std::string_view kUnknownStatusLine = "TARV_STATUS_ERR_INPUT\n";
 
 // Has `write_from(done, left)` write until nothing is left or it fails.
 template <typename Write>
@@ -46,15 +35,14 @@ void put_file(const char* path, int mode_flag, const void* data, size_t len) {
   write_fully(len, [&](size_t done, size_t left) { return write(fd.get(), bytes + done, left); });
 }
 
-}  // namespace
-
-bool tarv_is_run_file(std::string_view name) {
-  constexpr size_t dir_len = sizeof(TARV_RUN_DIR "/") - 1;
-  for (const char* path : kRunFiles) {
-    if (name == path + dir_len) return true;
-  }
-  return false;
+// True when the open file is still the one that its name leads to, and holds no longer text than the next
+// one: overwriting it then leaves just that.
+bool can_overwrite(int fd, size_t len) {
+  struct stat info;
+  return fd >= 0 && fstat(fd, &info) == 0 && info.st_nlink > 0 && info.st_size <= static_cast<off_t>(len);
 }
+
+}  // namespace
 
 void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name) {
   snprintf(path, sizeof path, "%s/%s", TARV_RUN_DIR, file_name);
@@ -62,8 +50,8 @@ void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name) {
 
 void tarv_write_status() {
   const auto status = static_cast<uint32_t>(ginfo->status);
-  const std::string_view name = status < kStatusNames.size() ? kStatusNames[status] : kUnknownStatus;
-  put_file(PATH_TARV_STATUS_STR, O_APPEND, name.data(), name.size());
+  const std::string_view line = status < kStatusLines.size() ? kStatusLines[status] : kUnknownStatusLine;
+  put_file(PATH_TARV_STATUS_STR, O_APPEND, line.data(), line.size());
   tarv_write_int_file(PATH_TARV_STATUS, ginfo->status);
 }
 
@@ -99,19 +87,16 @@ int32_t tarv_get_download_size() {
 }
 
 void tarv_set_download_size(int32_t size) {
-  // Beyond 2 GiB the number goes round, and its text may become shorter.
-  if (size < 0) {
-    tarv_write_int_file(PATH_TARV_DOWNLOAD_SIZE, size);
-    return;
-  }
-  int32_t& fd = ginfo->download_size_fd;
-  if (fd < 0) fd = open(PATH_TARV_DOWNLOAD_SIZE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) return;
   char text[16];
-  const int len = snprintf(text, sizeof text, "%d", size);
-  write_fully(static_cast<size_t>(len), [&](size_t done, size_t left) {
-    return pwrite(fd, text + done, left, static_cast<off_t>(done));
-  });
+  const auto len = static_cast<size_t>(snprintf(text, sizeof text, "%d", size));
+  int32_t& fd = ginfo->download_size_fd;
+  if (!can_overwrite(fd, len)) {
+    tarv_close_download_size();
+    fd = open(PATH_TARV_DOWNLOAD_SIZE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  }
+  if (fd < 0) return;
+  write_fully(
+      len, [&](size_t done, size_t left) { return pwrite(fd, text + done, left, static_cast<off_t>(done)); });
 }
 
 void tarv_close_download_size() {

@@ -1,5 +1,4 @@
-// The run directory: the small files through which the world follows a run. docs/run-directory.md describes
-// them.
+// Writing and reading the small files of the run directory, whose names are in run_directory.h.
 //
 // Writers never report a failure: a file that cannot be written is absent, and readers take that as "not
 // known".
@@ -9,27 +8,9 @@
 #include <cstdint>
 #include <string_view>
 
-#define TARV_RUN_DIR "/tmp/tarvolin"
-
-constexpr char PATH_TARV_STATUS[] = TARV_RUN_DIR "/status";
-constexpr char PATH_TARV_STATUS_STR[] = TARV_RUN_DIR "/status_str";
-constexpr char PATH_TARV_FAIL_REASON[] = TARV_RUN_DIR "/fail_reason";
-constexpr char PATH_TARV_DOWNLOAD_TIME[] = TARV_RUN_DIR "/download_time";
-constexpr char PATH_TARV_CHECK_TIME[] = TARV_RUN_DIR "/check_time";
-constexpr char PATH_TARV_INSTALL_TIME[] = TARV_RUN_DIR "/install_time";
-constexpr char PATH_TARV_TOTAL_TIME[] = TARV_RUN_DIR "/total_time";
-constexpr char PATH_TARV_DOWNLOAD_SIZE[] = TARV_RUN_DIR "/download_size";
-constexpr char PATH_TARV_FILE_SIZE[] = TARV_RUN_DIR "/file_size";
-constexpr char PATH_TARV_PT_TYPE[] = TARV_RUN_DIR "/pt_type";
-constexpr char PATH_TARV_HEAD[] = TARV_RUN_DIR "/head";
-constexpr char HTTP_HEADER_FILE[] = TARV_RUN_DIR "/http_header";
-constexpr char PATH_TARV_LOG[] = TARV_RUN_DIR "/tarv_log";
-constexpr char PATH_TARV_LOG_BAK[] = TARV_RUN_DIR "/tarv_log_bak";
+#include "main/run/run_directory.h"
 
 constexpr uint32_t kImagePathCapacity = 512;
-
-// True when `name` is that of a file which the run itself writes in the run directory.
-[[nodiscard]] bool tarv_is_run_file(std::string_view name);
 
 // Builds the path of the image file `file_name` (NUL-terminated) in the run directory.
 void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name);
@@ -52,8 +33,8 @@ void tarv_write_fail_reason(std::string_view reason);
 // Package bytes saved so far as the run directory has it: 0 when the file is missing, holds no number or a
 // negative one.
 [[nodiscard]] int32_t tarv_get_download_size();
-// Publishes that number, which grows within a run: the file stays open and is overwritten, so that whoever
-// reads it never finds it empty, and a piece of package costs one call to the system.
+// Publishes that number. The file stays open and is overwritten for as long as the number grows, so that
+// readers never find it empty. A shorter number and a file that was removed have it made anew.
 void tarv_set_download_size(int32_t size);
 // Closes it: nothing more will be saved.
 void tarv_close_download_size();

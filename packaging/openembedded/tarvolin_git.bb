@@ -11,8 +11,14 @@ LICENSE = "CLOSED"
 
 TARVOLIN_URI ?= ""
 SRC_URI = "${TARVOLIN_URI}"
-PV = "0.1.0+git"
+PV = "${@tarvolin_version(d)}+git"
 S = "${WORKDIR}/git"
+
+# This recipe lies in the sources' own tree, and takes the version from there.
+def tarvolin_version(d):
+    import os, re
+    with open(os.path.join(d.getVar("THISDIR"), "../../CMakeLists.txt")) as file:
+        return re.search(r"^project\(tarvolin VERSION ([0-9.]+)", file.read(), re.M)[1]
 
 python () {
     if not d.getVar("TARVOLIN_URI") and not d.getVar("EXTERNALSRC"):

@@ -10,10 +10,12 @@ import threading
 import time
 import unittest
 
-from certificates import make_authority, make_certificate, server_context
-from module import BIN_DIR, WRAPPER, Module
-from packages import expected_flash, images
-from servers import ScriptedServer, header, serve
+from lab.certificates import make_authority, make_certificate, server_context
+from lab.expected import expected_flash
+from lab.module import BIN_DIR, NAMESPACE
+from lab.packages import images
+from lab.servers import ScriptedServer, header, serve
+from lab.sim_module import SimModule
 
 PACKAGE = images("system", 300_000, "sbl", 5_000)
 DATA = PACKAGE.bytes()
@@ -30,7 +32,7 @@ def until(condition, seconds=20):
 
 class DaemonTest(unittest.TestCase):
     def setUp(self):
-        self.module = self.enterContext(Module())
+        self.module = self.enterContext(SimModule())
         self.tmp, self.pid_file = self.module.folder / "tmp", self.module.folder / "run" / "tarvolin-sim.pid"
         self.go_on = threading.Event()
         script = [header(len(DATA)) + DATA[:HELD_AT], self.go_on, DATA[HELD_AT:]]
@@ -39,7 +41,7 @@ class DaemonTest(unittest.TestCase):
     def start(self, script, *prefix, **streams):
         """A shell on the module; "$@" in its script is an update from the server, as far as that lets it."""
         update = f"/host{BIN_DIR}/tarvolin-sim", "--url", self.server.url()
-        command = [*prefix, WRAPPER, self.module.folder, "sh", "-c", script, "sh", *update]
+        command = [*prefix, NAMESPACE, self.module.folder, "sh", "-c", script, "sh", *update]
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, **streams}
         process = subprocess.Popen(command, text=True, **streams)
         self.addCleanup(lambda: (process.kill(), self.end_updaters(), process.communicate()))
@@ -107,7 +109,10 @@ class DaemonTest(unittest.TestCase):
             return {path: (path.read_bytes(), path.stat().st_ino, path.stat().st_mtime_ns) for path in paths}
 
         self.start('for n in 0 1 2 3 4 5 6 7 8 9; do (o=$("$@" --debug); echo "$?$o" >/tmp/$n.end) & done; wait')
-        ends = lambda: list(filter(None, (path.read_text() for path in self.tmp.glob("*.end"))))
+
+        def ends():
+            return list(filter(None, (path.read_text() for path in self.tmp.glob("*.end"))))
+
         until(lambda: len(ends()) == 9)
         for text in ends():
             self.assertRegex(text, r"^1\[\d+\] tarvolin-sim lock_set\n$")
@@ -165,6 +170,26 @@ class DaemonTest(unittest.TestCase):
         self.assertEqual(len(self.pid_file.read_bytes()), 128)
         self.assertEqual([request.count(b"\r\n\r\n") for request in self.server.requests], [1])
         self.check_update()
+
+    def test_descriptors_of_the_starter(self):
+        self.finish('exec 3</data 9>/data/log "$@"')
+        links = pathlib.Path(f"/proc/{self.held_run()}/fd").iterdir()
+        self.assertFalse([link for link in links if "/data" in os.readlink(link)])
+        self.check_update()
+
+    def test_stopped_and_continued(self):
+        """A socket with a time-out answers EINTR then."""
+        self.start('exec "$@" --debug')
+        pid = self.held_run()
+        for number in signal.SIGSTOP, signal.SIGCONT:
+            os.kill(pid, number)
+            until(lambda: (" T (" in self.state(pid)) == (number == signal.SIGSTOP))
+        time.sleep(0.1)
+        self.check_update()
+
+    @staticmethod
+    def state(pid):
+        return pathlib.Path(f"/proc/{pid}/status").read_text().replace("State:\t", " ")
 
     def test_closed_pipe(self):
         shell = self.start('"$@" --debug | head -1')

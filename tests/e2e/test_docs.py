@@ -1,14 +1,21 @@
 """What the pages say, held against what the programs do; their links, paths and words against what is there."""
-import json, pathlib, re, subprocess, tempfile, unittest
+import json
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
 
-from module import BIN_DIR, KIB, REPOSITORY, SimModule
-from packages import STORE_LIST, Image, Package, images, no_images
-from servers import serve
+from lab.expected import STORE_LIST
+from lab.module import BIN_DIR, KIB, REPOSITORY
+from lab.packages import Image, Package, images, no_images
+from lab.servers import serve
+from lab.sim_module import SimModule
 
 PAGES = {path: path.read_text() for path in REPOSITORY.rglob("*.md")
          if not any(part == "build" or part[0] == "." for part in path.relative_to(REPOSITORY).parts)}
-FOLDERS = "main download package store install mtd sim tools tests lab demo bench packaging cmake docs".split()
-SOURCES = "".join(path.read_text() for folder in FOLDERS[:6] for path in (REPOSITORY / folder).rglob("*.cpp"))
+FOLDERS = "main download package store install mtd base sim tools tests lab demo bench packaging cmake docs".split()
+SOURCES = "".join(path.read_text() for folder in FOLDERS[:7] for path in (REPOSITORY / folder).rglob("*.cpp"))
 STRING, BLOCK = r'"((?:[^"\\]|\\.)*)"', 128 * KIB
 # A failure reason's text: handed on as it is, put together first, or kept as a constant.
 REASON = (r"(?:(?:tarv_write_fail_reason|REFUSE|give_reason)\(\s*|snprintf\(reason, sizeof reason,\s*|"

@@ -4,9 +4,10 @@ import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from module import Module
-from packages import Image, Package, differences, expected_flash, images, no_images
-from servers import Nginx, Reset, ScriptedServer, free_port, header
+from lab.expected import differences, expected_flash
+from lab.packages import Image, Package, images, no_images
+from lab.servers import Nginx, Reset, ScriptedServer, free_port, header
+from lab.sim_module import SimModule
 
 EMPTY, MIXED = no_images(), images("boot", 5000, "system", 9000)
 HEAD, WHOLE = EMPTY.bytes(), MIXED.bytes()
@@ -46,13 +47,13 @@ class Responses(unittest.TestCase):
 
     def test_accepted(self):
         for name, (package, script) in ACCEPTED.items():
-            with self.subTest(name), Module() as module:
+            with self.subTest(name), SimModule() as module:
                 self.download(module, script, 0)
                 self.assertEqual(differences(module, package, module.files()["http_header"]), [])
 
     def test_refused(self):
         for name, (script, reason, *log) in REFUSED.items():
-            with self.subTest(name), Module() as module:
+            with self.subTest(name), SimModule() as module:
                 self.download(module, script, 255)
                 self.assertEqual(module.text("fail_reason"), reason)
                 self.assertIn(log[0] if log else reason.strip(), module.log())
@@ -61,7 +62,7 @@ class Responses(unittest.TestCase):
     def check_stopped(self, sent, *end):
         """Returns the seconds that the run took."""
         start = time.monotonic()
-        with self.subTest(sent=sent, end=end), Module() as module:
+        with self.subTest(sent=sent, end=end), SimModule() as module:
             self.download(module, [WIRE[:sent][:len(HEADER)], WIRE[:sent][len(HEADER):], *end], 255)
             got = sent - len(HEADER)
             counts = "0/0" if got < 0 else f"{got if got >= 3536 else 0}/{len(WHOLE)}"
@@ -83,7 +84,7 @@ class Responses(unittest.TestCase):
     def test_request(self):
         for scheme in ("http://", ""):
             for path in ("", "/dir/pkg.img?v=1&x=%20:8", "/" + "p" * 255):
-                with self.subTest(path, scheme=scheme), Module() as module, ScriptedServer([]) as server:
+                with self.subTest(path, scheme=scheme), SimModule() as module, ScriptedServer([]) as server:
                     url = (scheme + server.url(path)[7:])[:255]
                     module.run(url)
                     path = url[len(scheme) :].partition("/")[2]
@@ -94,13 +95,13 @@ class Responses(unittest.TestCase):
     def test_no_connection(self):
         for url, reason in ((f"http://127.0.0.1:{free_port()}/x", "Connect Error: Connection refused\n"),
                             (f"http://{'x' * 64}/x", "Gethostname error")):  # longer than a host's name may be
-            with self.subTest(url), Module() as module:
+            with self.subTest(url), SimModule() as module:
                 self.assertEqual((module.run(url).status, module.text("fail_reason")), (255, reason))
 
     def test_nginx(self):
         package = images("system", 5_000_001, "boot", 300_001, "modem", 5_000)
         for configuration, status in (("", b"206 Partial Content"), ("max_ranges 0;", b"200 OK")):
-            with self.subTest(status), Module() as module, Nginx(server=configuration) as nginx:
+            with self.subTest(status), SimModule() as module, Nginx(server=configuration) as nginx:
                 url = nginx.put("pkg.img", package.bytes())
                 self.assertEqual(module.run(url).status, 0, module.log()[-2000:])
                 response = module.files()["http_header"]
@@ -112,5 +113,4 @@ class Responses(unittest.TestCase):
 
 def setUpModule():
     """All stalls run beside the other tests: each takes the whole of the client's patience."""
-    stall = lambda sent: Responses().check_stopped(sent, 60)
-    Responses.stalls = ThreadPoolExecutor(len(STOPS)).map(stall, STOPS)
+    Responses.stalls = ThreadPoolExecutor(len(STOPS)).map(lambda sent: Responses().check_stopped(sent, 60), STOPS)

@@ -5,10 +5,12 @@ import subprocess
 import tempfile
 import unittest
 
-from certificates import make_authority, make_certificate, server_context
-from module import BIN_DIR, Module
-from packages import HEAD_SIZE, expected_flash, images
-from servers import Nginx, Reset, ScriptedServer, header
+from lab.certificates import make_authority, make_certificate, server_context
+from lab.expected import expected_flash
+from lab.module import BIN_DIR
+from lab.packages import HEAD_SIZE, images
+from lab.servers import Nginx, Reset, ScriptedServer, header
+from lab.sim_module import SimModule
 
 PACKAGE = images("system", 300_000, "sbl", 5_000)
 DATA = PACKAGE.bytes()
@@ -56,7 +58,7 @@ class HttpsTest(unittest.TestCase):
     def check(self, url, files, error=None, reason=None, lines=(), absent="\0", untouched=True, program="tarvolin-sim"):
         """One run. `error` is libcurl's; its text is the failure reason where no other is given. PAGE stands for the
         length of what the server sent."""
-        with Module() as module, self.subTest(url=url, files=files):
+        with SimModule() as module, self.subTest(url=url, files=files):
             (module.folder / "data" / "cert").mkdir()
             for name, source in files.items():
                 (module.folder / "data" / "cert" / name).write_bytes((FOLDER / source).read_bytes())

@@ -1,7 +1,11 @@
 """Options: what the programs take, what their manual pages tell, and what the shell offers, are the same."""
-import pathlib, re, shlex, subprocess, unittest
+import pathlib
+import re
+import shlex
+import subprocess
+import unittest
 
-from module import BIN_DIR, REPOSITORY
+from lab.module import BIN_DIR, REPOSITORY
 
 COMMANDS = {  # of each tool, with what they cannot do without
     "tarv-watch": {}, "tarv-restore": {}, "tarv-store": {"show": "", "verify": "", "extract": "0 -o x", "map": ""},

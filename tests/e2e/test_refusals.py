@@ -1,9 +1,11 @@
 """Packages and command lines that are refused, and stages that fail: exact reasons, statuses and files."""
 import unittest
 
-from module import KIB, Module, without
-from packages import RESTORE, Image, Package, no_images, noise
-from servers import ScriptedServer, header
+from lab.module import KIB, without
+from lab.packages import Image, Package, images, no_images, noise
+from lab.servers import ScriptedServer, header
+from lab.sim_module import SimModule
+from lab.store_record import RESTORE
 
 ALL_ONES, HALF = 0xFFFFFFFF, 0x80000000
 ROOM, FIRST_ROOM = 39 * 128 * KIB, 15 * 128 * KIB  # bytes that the store, its first partition, take of good flash
@@ -67,7 +69,14 @@ STAGE_FAILURES = (
     (253, "can't write mtd partition tz", [Image("boot", DATA), Image("tz", DATA)]),
     (253, "image[0] boot crc check failed", [Image("boot", LARGE), Image("boot", DATA, "b")]),
     (253, "image[0] boot crc check failed", [Image("boot", LARGE)], "read at 4 corrupt"),
-    (253, "store head record is not in its place", [Image("system", DATA)], "erase in userdata 0 fail always"),
+    (253, "store head record is not in its place", [Image("system", DATA)], "erase in userdata 0 after 1 fail always"),
+)
+# A block of the head record that takes none: fault plan, what is said of the store before.
+HEAD_FAULTS = (
+    ("erase in userdata 0 fail always", "the earlier armed store still stands"),
+    ("program in userdata 0 refused always", "no armed store was found"),
+    ("program in userdata 0 short always\nerase in userdata 0 after 2 fail always", "no armed store was found"),
+    ("badblock in userdata 0 fail always", "no armed store was found"),
 )
 USAGE = r"\n\*{63}\nUsage: \S+ --type=<type> --url=<url>\nPARAMS:\n\n(.*\n){4}\n.*/tmp/tarvolin\n\*{63}\n"
 # Options behind an acceptable --url, exit status, what is printed on standard output and on standard error.
@@ -96,25 +105,41 @@ class Refusals(unittest.TestCase):
             others = {"length": length(package), "options": (), "files": ["fail_reason"], "log": f"): {reason}"}
             others.update(*more)
             asked = [others.pop(name) for name in ("files", "log", "length", "options")]
-            with self.subTest(asked[1]), Module(**others) as module:
+            with self.subTest(asked[1]), SimModule(**others) as module:
                 self.refuse(module, package, 255, *asked)
                 self.assertEqual(module.text("fail_reason"), reason and reason + "\n")
                 self.assertTrue(module.is_untouched())
 
     def test_stages(self):
-        for status, log, images, *faults in STAGE_FAILURES:
-            with self.subTest(log, images=[i.name for i in images]), Module(faults="".join(faults)) as module:
+        for status, log, contents, *faults in STAGE_FAILURES:
+            with self.subTest(log, images=[i.name for i in contents]), SimModule(faults="".join(faults)) as module:
                 files = HEAD_TAKEN + ["download_time"] * (status < 255) + ["check_time"] * (status == 253)
-                files += [i.saved_name() for i in images if i.name in ("boot", "sbl", "tz") and i.data]
-                files += ["pt_type"] * (images[0].name == "recovery")
-                self.refuse(module, Package(images), status, files, log, length(Package(images)))
+                files += [i.saved_name() for i in contents if i.name in ("boot", "sbl", "tz") and i.data]
+                files += ["pt_type"] * (contents[0].name == "recovery")
+                self.refuse(module, Package(contents), status, files, log, length(Package(contents)))
                 self.assertFalse(module.dump("userdata").startswith(RESTORE.to_bytes(4, "little")))
                 changed = {name for name in module.partitions if module.dump(name) != module.initial(name)}
-                self.assertLessEqual(changed, {"userdata", *(i.name for i in images if i.name != "system")})
+                self.assertLessEqual(changed, {"userdata", *(i.name for i in contents if i.name != "system")})
+
+    def test_head_record_that_is_not_taken(self):
+        """Over the armed store of this very package: nothing behind the record's block changes, and none is armed anew."""
+        package = images("system", 300_000, "boot", 5_000)
+        for faults, store in HEAD_FAULTS:
+            with self.subTest(faults), SimModule() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
+                self.assertEqual(module.run(server.url()).status, 0)
+                before = module.dumps()
+                module.set_faults(faults)
+                self.assertEqual(module.run(server.url()).status, 255)
+                reason = f"userdata takes no head record; {store}; /data is unmounted\n"
+                self.assertEqual(module.text("fail_reason"), reason)
+                changed = [name for name in before if module.dump(name)[module.block:] != before[name][module.block:]]
+                self.assertEqual(changed, [])
+                is_armed = module.dump("userdata").startswith(RESTORE.to_bytes(4, "little"))
+                self.assertEqual(is_armed, "erase in userdata 0 fail" in faults or "badblock" in faults)
 
     def test_command_line(self):
         for options, status, output, errors in COMMAND_LINES:
-            with self.subTest(options), Module() as module:
+            with self.subTest(options), SimModule() as module:
                 run = module.run("http://127.0.0.1:1/pkg.img", *options)
                 self.assertEqual(run.status, status)
                 self.assertRegex(run.output, rf"\A{output}\Z")

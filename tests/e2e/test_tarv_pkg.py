@@ -1,8 +1,19 @@
 """tarv-pkg from the outside, its packages held against some that are built by independent means."""
-import json, os, pathlib, pty, random, resource, signal, struct, subprocess, tempfile, time, unittest
+import json
+import os
+import pathlib
+import pty
+import random
+import resource
+import signal
+import struct
+import subprocess
+import tempfile
+import time
+import unittest
 
-from module import BIN_DIR
-from packages import Image, Package, jamcrc
+from lab.module import BIN_DIR
+from lab.packages import Image, Package, jamcrc
 
 
 def package(images, version=b"31406-1.0", major=0, minor=0, **fields):
@@ -172,7 +183,10 @@ class TarvPkg(unittest.TestCase):
         os.truncate(self.folder / "big", 2**30)
         before = self.contents()
         create = [BIN_DIR / "tarv-pkg", "create", "--version", "31406", "--output", "out"]
-        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
         cut_off = self.run_tool(*create[1:], "tz=a", preexec_fn=limit)
         self.assertEqual((cut_off.returncode, b"too large" in cut_off.stderr, self.contents()), (1, True, before))
         ours, theirs = pty.openpty()

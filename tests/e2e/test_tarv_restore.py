@@ -8,9 +8,12 @@ import subprocess
 import unittest
 from collections import Counter
 
-from module import BIN_DIR, MIB, SMALL, Module, without
-from packages import RESTORE, STORE_LIST, STORING, expected_flash, images, lay_blocks
-from servers import serve
+from lab.expected import STORE_LIST, expected_flash, lay_blocks
+from lab.module import BIN_DIR, MIB, SMALL, without
+from lab.packages import images
+from lab.servers import serve
+from lab.sim_module import SimModule
+from lab.store_record import RESTORE, STORING
 
 TARGETS = {"system": 3 * MIB, "modem": 2 * MIB, "systemdata": MIB}
 BAD = {"userdata": {0, 2, 95}, "recoveryfs": {0, 3}, "system": {0, 5}, "modem": {1}, "systemdata": {0}}
@@ -75,7 +78,7 @@ class TarvRestore(unittest.TestCase):
     @staticmethod
     def module(partitions=None, bad=None):
         partitions = partitions or {**SMALL, **TARGETS}
-        return Module(partitions, {name: blocks for name, blocks in (BAD if bad is None else bad).items() if name in partitions})
+        return SimModule(partitions, {name: blocks for name, blocks in (BAD if bad is None else bad).items() if name in partitions})
 
     def armed(self, *lacking, sizes=()):
         """A module with the store of PACKAGE."""

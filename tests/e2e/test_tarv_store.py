@@ -1,9 +1,21 @@
 """tarv-store at a desk: dumps of a store that the updater made, as they are and damaged."""
-import fcntl, json, os, pathlib, pty, re, struct, subprocess, tempfile, termios, unittest
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import re
+import struct
+import subprocess
+import tempfile
+import termios
+import unittest
 
-from module import BIN_DIR, SimModule
-from packages import STORE_LIST, images, store_split
-from servers import serve
+from lab.expected import STORE_LIST, store_split
+from lab.module import BIN_DIR
+from lab.packages import images
+from lab.servers import serve
+from lab.sim_module import SimModule
 
 BAD = {"userdata": {0, 2, 95}, "recoveryfs": {0, 3}, "vexonv": {1, 23}}
 PACKAGE = images("modem", 1500001, "system", 700000, "boot", 5, "systemdata", 500001, "system", 100000)

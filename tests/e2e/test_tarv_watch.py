@@ -7,9 +7,10 @@ import subprocess
 import termios
 import unittest
 
-from module import BIN_DIR, Module, without
-from packages import Image, Package, images
-from servers import ScriptedServer, header
+from lab.module import BIN_DIR, without
+from lab.packages import Image, Package, images
+from lab.servers import ScriptedServer, header
+from lab.sim_module import SimModule
 
 DATA = images("system", 300_000).bytes()
 FAILURES = ((10, "download", b"no package" * 400), (12, "install", images("sbl", 5000).bytes()),
@@ -18,7 +19,7 @@ FAILURES = ((10, "download", b"no package" * 400), (12, "install", images("sbl",
 
 class TarvWatch(unittest.TestCase):
     def setUp(self):
-        self.module = self.enterContext(Module(without("sbl")))
+        self.module = self.enterContext(SimModule(without("sbl")))
 
     def watch(self, *options, out=subprocess.PIPE, no_colour="1"):
         pid_file = self.module.folder / "run" / "tarvolin-sim.pid"

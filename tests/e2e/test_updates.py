@@ -1,9 +1,11 @@
 """Whole updates, one for each kind of package, compared with all of flash and every file of the run directory."""
 import unittest
 
-from module import KIB, MIB, SMALL, Module, without
-from packages import Image, Package, differences, expected_flash, images, no_images, noise
-from servers import header, serve
+from lab.expected import differences, expected_flash
+from lab.module import KIB, MIB, SMALL, without
+from lab.packages import Image, Package, images, no_images, noise
+from lab.servers import header, serve
+from lab.sim_module import SimModule
 
 BLOCK, DATA = 128 * KIB, noise(9000)
 # The first and the last block of each partition, the block behind the head record, and blocks in the middle and at the
@@ -34,6 +36,7 @@ UPDATES = {
     "another product's version": (Package([Image("boot", DATA)], version="31407"), {"revid": "31406\n"}),
     "long versions": (Package([Image("boot", DATA)], version=b"31405" + b"x" * 59), {"revid": "31405" + "y" * 1500}),
     "one partition twice": (Package([Image("boot", DATA.ljust(BLOCK, b"\0")), Image("boot", DATA, "2")]), {}),
+    "bytes behind a name": (Package([Image("system", DATA, behind=b"secret"), Image("modem", DATA, behind=b"x" * 26)]), {}),
     "names for a shell": (Package([Image("boot", DATA, "$(reboot);`reboot` &"), Image("sbl", DATA, "\x1b]0;\a\n"),
                                    Image("efs2bak", DATA, "-rf ~ *"), Image("system", DATA, "head")]), {}),
 }
@@ -51,7 +54,7 @@ class Updates(unittest.TestCase):
 
     def test_kinds_of_packages(self):
         for name, (package, others) in UPDATES.items():
-            with self.subTest(name), Module(**others) as module:
+            with self.subTest(name), SimModule(**others) as module:
                 module.add_command("reboot", "echo called >/tmp/calls")
                 self.update(module, package)
                 self.assertIsNone(module.recorded_calls())
@@ -59,7 +62,7 @@ class Updates(unittest.TestCase):
     def test_both_forms_of_the_head_record(self):
         options = "--rmrfnvbak", "--version", "31524" + "x" * 58
         for size in (5000, 2 * MIB):
-            with self.subTest(size=size), Module(bad=BAD) as module:
+            with self.subTest(size=size), SimModule(bad=BAD) as module:
                 package = images("boot", 100, "system", size, "modem", 5000)
                 package.version = "31520"
                 package.images[1].crc = 0
@@ -72,7 +75,7 @@ class Updates(unittest.TestCase):
     def test_module_tool(self):
         called = "set_efs2_restore\n"
         for name, present, calls in (("efs2bak", True, called), ("efs2bak", False, None), ("sbl", True, None)):
-            with self.subTest(image=name, present=present), Module() as module:
+            with self.subTest(image=name, present=present), SimModule() as module:
                 module.add_command("odm_upgrader", "echo $* >>/tmp/calls; exit 1")
                 if present:
                     module.add_command("odm_upgrader", "exit 0", where="usr_bin")
@@ -96,7 +99,7 @@ class DataVolume(unittest.TestCase):
     def test_release(self):
         """On a module whose state is in two files, with commands that record each call."""
         for image, mounted, attached, broken, calls, reason in self.CASES:
-            with self.subTest(image, broken=broken, calls=calls), Module() as module:
+            with self.subTest(image, broken=broken, calls=calls), SimModule() as module:
                 (module.folder / "tmp" / "mounts").write_text("/dev/ubi2_0 on /data\n" * mounted + "proc\n")
                 (module.folder / "tmp" / "ubi").write_text("ubi2\n" * attached + "ubi0\n")
                 for name, work in (("mount", "cat /tmp/mounts"), ("ubinfo", "cat /tmp/ubi"), ("fuser", ""),

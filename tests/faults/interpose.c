@@ -93,13 +93,20 @@ ssize_t pwrite64(int fd, const void* data, size_t length, off64_t offset) {
   return fault == kFails ? -1 : NEXT(pwrite64)(fd, data, fault == kHalf ? (length + 1) / 2 : length, offset);
 }
 
+// Interrupted, the kernel goes on with it.
+int connect(int fd, const struct sockaddr* to, socklen_t n) {
+  const int fault = strike("connect", name_of(fd));
+  if (fault == kFails && errno != EINTR) return -1;
+  const int result = NEXT(connect)(fd, to, n);
+  if (fault == kFails) errno = EINTR;
+  return fault == kFails ? -1 : result;
+}
+
 // Functions that can only fail as a whole; `failed` is their result then.
 #define FAILING(result, function, parameters, arguments, call, what, failed)   \
   result function parameters {                                                 \
     return strike(call, what) == kFails ? (failed) : NEXT(function) arguments; \
   }
-FAILING(int, connect, (int fd, const struct sockaddr* to, socklen_t n), (fd, to, n), "connect", name_of(fd),
-        -1)
 FAILING(int, setsockopt, (int fd, int level, int option, const void* value, socklen_t n),
         (fd, level, option, value, n), "setsockopt", name_of(fd), -1)
 FAILING(int, stat64, (const char* path, struct stat64* found), (path, found), "stat", name_of_path(path), -1)

@@ -1,7 +1,6 @@
 """What a restore left on flash, judged without any of its code."""
-import struct
-
-from packages import RESTORE, STORE_LIST, jamcrc, lay_blocks, padded, store_names
+from lab.expected import STORE_LIST, lay_blocks, store_names
+from lab.store_record import RESTORE, StoreRecord, padded
 
 RESTORED, REFUSED, FAILED, NOTHING, POWER_LOST = 0, 10, 11, 20, 97
 OUTCOMES = {RESTORED: "restored", REFUSED: "refused", FAILED: "failed", NOTHING: "nothing", POWER_LOST: "recovered"}
@@ -33,9 +32,7 @@ def lay_store(module, images, counts):
         saved.append(len(piece))
         flash[name] = piece
     assert not stream, "the store is too small"
-    record = struct.pack("<Iii4I", RESTORE, 4, 3, *saved[:3], len(images)).ljust(44, b"\0")
-    for image in images:
-        record += struct.pack("<32sIII", image.name.encode(), len(image.data), padded(len(image.data)), jamcrc(image.data))
+    record = StoreRecord.of(images, saved, True, 0, 0).bytes()
     flash[STORE_LIST[0]] = record.ljust(module.block, b"\0") + flash[STORE_LIST[0]]
     return {name: lay_blocks(module, name, data) for name, data in flash.items()}
 

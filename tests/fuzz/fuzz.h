@@ -1,4 +1,4 @@
-// What the fuzz targets share. Each is a program of its own, started by tests/fuzz/run inside sim/module.
+// What the fuzz targets share. Each is a program of its own, started by tests/fuzz/run inside lab/namespace.
 #ifndef TARVOLIN_TESTS_FUZZ_FUZZ_H
 #define TARVOLIN_TESTS_FUZZ_FUZZ_H
 

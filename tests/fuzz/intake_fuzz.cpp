@@ -27,7 +27,7 @@ namespace {
 constexpr char kModule[] =
     "erase_size 32768\npage_size 32768\npartition 0 userdata 10649600\npartition 1 recoveryfs 4227072\n"
     "partition 2 recovery 98304\npartition 3 vexonv 2129920\nbad userdata 0 2\nbad recovery 1\n";
-constexpr size_t kLongestBody = 160 * 1024;  // more than the store takes
+constexpr size_t kLongestBody = size_t{160} * 1024;  // more than the store takes
 constexpr const char* kNames[] = {"system", "modem",    "systemdata", "boot",
                                   "sbl",    "recovery", "recoveryfs", "userdata"};
 
@@ -118,7 +118,7 @@ void examine_traces(int flash) {
 }  // namespace
 
 // The simulator ends the process so over what flash does not forgive.
-extern "C" [[noreturn]] void __wrap__exit(int) {
+extern "C" [[noreturn]] void __wrap__exit(int) {  // NOLINT(bugprone-reserved-identifier,cert-dcl*)
   fuzz_broken();
 }
 

@@ -1,13 +1,10 @@
 // Partitions, and transfers on one of six small blocks whose blocks and device calls fail in turn.
 #include "mtd/block_io.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <tuple>
 
 #include "mtd/partitions.h"
-#include "store/space.h"
 #include "tests/unit/simulated_module.h"
 
 namespace {
@@ -52,69 +49,84 @@ class Mtd : public SimulatedModule {
     EXPECT_TRUE(printed.empty() ? console.empty() : console.find(printed) != std::string::npos) << console;
   }
 
+  static std::string letters() {
+    std::string blocks;
+    for (const char letter : "ABCDEF"s) blocks += std::string(kBlock, letter);
+    return blocks.substr(0, kSize);
+  }
+
   const std::string stale_ = std::string(kSize, '#');
+  const std::string payload_ = letters();  // a letter for each block
 };
 
-const struct {
-  char way;  // write or read
+// One of two blocks and a half, on blocks that fail in turn.
+struct transfer {
   const char *bad, *faults;
-  int error;           // errno, 0 for success
-  const char* blocks;  // of a write, with the list of blocks passed over; of a read, what it delivers
-  const char* printed;
-} kTransfers[] = {
-    {'w', "", "seek at 1 interrupted 9\nprogram at 2 interrupted 9\nread at 2 interrupted 9", 0,
-     "AABBC0......", ""},
-    {'w', "0", "", 0, "##AABBC0.... 0", "mtd: not writing bad block at 0x00000000 (ret 1): "},
-    {'w', "1", "", 0, "AA##BBC0.... 1", "mtd: not writing bad block at 0x00001000 (ret 1): "},
-    {'w', "5", "erase in p 3 fail", 0, "AABBC0##..##",
-     "mtd: erase failure at 0x00003000\nmtd: not erasing bad block at 0x00005000\n"},
-    {'w', "0 1 2 3", "", ENOSPC, "########AABB 0 1 2 3", "0x00003000"},
-    {'w', "0 1 2 3 5", "", ENOSPC, "########AA## 0 1 2 3 5", "0x00005000"},
-    {'w', "", "erase in p 0 fail", 0, "AABBC0......", "mtd: erase failure at 0x00000000 (Input/output"},
-    {'w', "", "erase in p 1 fail always", 0, "AA##BBC0.... 1", "mtd: skipping write block at 0x00001000\n"},
-    {'w', "", "program in p 0 fail", 0, "AABBC0......", "error)\nmtd: verification error at 0x00000000 ("},
-    {'w', "", "program at 1 fail-late always", 0, "AABBC0......", "error)\nmtd: write error at 0x00001000 ("},
-    {'w', "", "program in p 2 corrupt always", 0, "AABB..C0.... 2", "mtd: skipping write block at 0x00002"},
-    {'w', "", "read in p 0 fail", 0, "AABBC0......", "mtd: re-read error at 0x00000000 (Input/output"},
-    {'w', "", "badblock in p 0 fail", 0, "##AABBC0.... 0", "bad block at 0x00000000 (ret -1): Input/"},
-    {'w', "", "badblock at 1 unsupported always", 0, "AABBC0......", ""},
-    {'w', "", "seek at 1 fail", EIO, "############", "mtd: write_block: couldn't SEEK_CUR: Input/output"},
-    {'w', "", "seek at 2 fail", 0, "AABBC0......", "mtd: write error at 0x00000000 (Input/output error)\n"},
-    {'r', "", "seek at 1 interrupted 9\nread at 2 interrupted 9\nread at 1 corrected always", 0, "AABBC", ""},
-    {'r', "0", "", 0, "BBCCD", "mtd: MEMGETBADBLOCK returned 1 at 0x00000000: "},
-    {'r', "0 1 2 3", "", ENOSPC, "EEFF", "0x00003000"},
-    {'r', "", "read in p 1 uncorrectable\nread in p 2 uncorrectable", 0, "AADDE",
-     "mtd: ECC errors (0 soft, 1 hard) at 0x00001000\nmtd: ECC errors (0 soft, 1 hard) at 0x00002000\n"},
-    {'r', "", "read in p 0 fail", 0, "BBCCD", "mtd: read error at 0x00000000 (Input/output error)\n"},
-    {'r', "", "read in p 1 short", 0, "AACCD", "mtd: read error at 0x00001000 ("},
-    {'r', "", "ecc at 1 fail", EIO, "", "mtd: ECCGETSTATS error (Input/output error)\n"},
-    {'r', "", "ecc at 4 fail", EIO, "AA", "mtd: ECCGETSTATS error (Input/output error)\n"},
-    {'r', "", "badblock in p 1 fail", 0, "AACCD", "mtd: MEMGETBADBLOCK returned -1 at 0x00001000: Input"},
-    {'r', "", "badblock at 1 unsupported always", ENOSPC, "", "returned -1 at 0x00005000: Operation not"},
-    {'r', "", "seek at 1 fail", EIO, "", "mtd: read_block: couldn't SEEK_CUR: Input/output error\n"},
+  int error;            // errno, 0 for success
+  const char* blocks;   // written: what is on flash, and the blocks passed over; read: what was delivered
+  const char* printed;  // a part of it; empty: nothing
 };
 
-TEST_F(Mtd, Transfers) {
-  std::string payload;
-  for (const char letter : "ABCDEF"s) payload += std::string(kBlock, letter);
-  for (const auto& c : kTransfers) {
-    SCOPED_TRACE(std::string("bad ") + c.bad + ", " + c.faults + ", " + c.way);
-    const bool reads = c.way == 'r';
-    const mtd_partition& partition = start_on(c.bad, c.faults, reads ? payload : stale_);
-    mtd_read_ctx* const in = mtd_read_open(partition);
-    mtd_write_ctx* const out = mtd_write_open(partition);
-    std::string delivered(kLength, '#');
-    const auto transfer = [&] {
-      if (reads) return mtd_read_data(*in, delivered.data(), kLength) == kLength;
-      return mtd_write_data(*out, payload.data(), kLength) == kLength && mtd_erase_blocks(*out, -1) == kSize;
+const transfer kWrites[] = {
+    {"", "seek at 1 interrupted 9\nprogram at 2 interrupted 9\nread at 2 interrupted 9", 0, "AABBC0......",
+     ""},
+    {"0", "", 0, "##AABBC0.... 0", "mtd: not writing bad block at 0x00000000 (ret 1): "},
+    {"1", "", 0, "AA##BBC0.... 1", "mtd: not writing bad block at 0x00001000 (ret 1): "},
+    {"5", "erase in p 3 fail", 0, "AABBC0##..##",
+     "mtd: erase failure at 0x00003000\nmtd: not erasing bad block at 0x00005000\n"},
+    {"0 1 2 3", "", ENOSPC, "########AABB 0 1 2 3", "0x00003000"},
+    {"0 1 2 3 5", "", ENOSPC, "########AA## 0 1 2 3 5", "0x00005000"},
+    {"", "erase in p 0 fail", 0, "AABBC0......", "mtd: erase failure at 0x00000000 (Input/output"},
+    {"", "erase in p 1 fail always", 0, "AA##BBC0.... 1", "mtd: skipping write block at 0x00001000\n"},
+    {"", "program in p 0 fail", 0, "AABBC0......", "error)\nmtd: verification error at 0x00000000 ("},
+    {"", "program at 1 fail-late always", 0, "AABBC0......", "error)\nmtd: write error at 0x00001000 ("},
+    {"", "program in p 2 corrupt always", 0, "AABB..C0.... 2", "mtd: skipping write block at 0x00002"},
+    {"", "read in p 0 fail", 0, "AABBC0......", "mtd: re-read error at 0x00000000 (Input/output"},
+    {"", "badblock in p 0 fail", 0, "##AABBC0.... 0", "bad block at 0x00000000 (ret -1): Input/"},
+    {"", "badblock at 1 unsupported always", 0, "AABBC0......", ""},
+    {"", "seek at 1 fail", EIO, "############", "mtd: write_block: couldn't SEEK_CUR: Input/output"},
+    {"", "seek at 2 fail", 0, "AABBC0......", "mtd: write error at 0x00000000 (Input/output error)\n"},
+};
+
+const transfer kReads[] = {
+    {"", "seek at 1 interrupted 9\nread at 2 interrupted 9\nread at 1 corrected always", 0, "AABBC", ""},
+    {"0", "", 0, "BBCCD", "mtd: MEMGETBADBLOCK returned 1 at 0x00000000: "},
+    {"0 1 2 3", "", ENOSPC, "EEFF", "0x00003000"},
+    {"", "read in p 1 uncorrectable\nread in p 2 uncorrectable", 0, "AADDE",
+     "mtd: ECC errors (0 soft, 1 hard) at 0x00001000\nmtd: ECC errors (0 soft, 1 hard) at 0x00002000\n"},
+    {"", "read in p 0 fail", 0, "BBCCD", "mtd: read error at 0x00000000 (Input/output error)\n"},
+    {"", "read in p 1 short", 0, "AACCD", "mtd: read error at 0x00001000 ("},
+    {"", "ecc at 1 fail", EIO, "", "mtd: ECCGETSTATS error (Input/output error)\n"},
+    {"", "ecc at 4 fail", EIO, "AA", "mtd: ECCGETSTATS error (Input/output error)\n"},
+    {"", "badblock in p 1 fail", 0, "AACCD", "mtd: MEMGETBADBLOCK returned -1 at 0x00001000: Input"},
+    {"", "badblock at 1 unsupported always", ENOSPC, "", "returned -1 at 0x00005000: Operation not"},
+    {"", "seek at 1 fail", EIO, "", "mtd: read_block: couldn't SEEK_CUR: Input/output error\n"},
+};
+
+TEST_F(Mtd, Writes) {
+  for (const transfer& c : kWrites) {
+    SCOPED_TRACE(std::string("bad ") + c.bad + ", " + c.faults);
+    mtd_write_ctx* const ctx = mtd_write_open(start_on(c.bad, c.faults, stale_));
+    const auto write = [&] {
+      return mtd_write_data(*ctx, payload_.data(), kLength) == kLength && mtd_erase_blocks(*ctx, -1) == kSize;
     };
-    check(transfer, c.error, c.printed);
-    std::string blocks = picture(reads ? delivered : flash(0)).substr(0, reads ? strlen(c.blocks) : 12);
-    for (int i = 0; i < out->bad_count; ++i) blocks += {' ', "012345"[out->bad_blocks.get()[i] / kBlock]};
+    check(write, c.error, c.printed);
+    std::string blocks = picture(flash(0));
+    for (int i = 0; i < ctx->bad_count; ++i) blocks += {' ', "012345"[ctx->bad_blocks.get()[i] / kBlock]};
     EXPECT_EQ(blocks, c.blocks);
-    mtd_read_close(in);
-    const int pending = out->stored == 0 ? 0 : -1;
-    EXPECT_EQ(mtd_write_close(out), pending);
+    const int unwritten = ctx->stored == 0 ? 0 : -1;  // tried once more by the close
+    EXPECT_EQ(mtd_write_close(ctx), unwritten);
+  }
+}
+
+TEST_F(Mtd, Reads) {
+  for (const transfer& c : kReads) {
+    SCOPED_TRACE(std::string("bad ") + c.bad + ", " + c.faults);
+    mtd_read_ctx* const ctx = mtd_read_open(start_on(c.bad, c.faults, payload_));
+    std::string delivered(kLength, '#');
+    check([&] { return mtd_read_data(*ctx, delivered.data(), kLength) == kLength; }, c.error, c.printed);
+    EXPECT_EQ(picture(delivered).substr(0, strlen(c.blocks)), c.blocks);
+    mtd_read_close(ctx);
   }
 }
 
@@ -125,7 +137,7 @@ TEST_F(Mtd, Erases) {
     int64_t end;  // returned
     const char *blocks, *printed;
   } cases[] = {
-      {kBlock, 2, 3 * kBlock, "##....######", ""},
+      {kBlock, 2, int64_t{3} * kBlock, "##....######", ""},
       {kBlock, 5, kSize, "##..........", ""},
       {kBlock, 6, -1, "############", ""},
       {100, -1, kSize, "##..........", "pos is not 0\n"},
@@ -142,22 +154,6 @@ TEST_F(Mtd, Erases) {
     EXPECT_EQ(mtd_current_pos(ctx->fd), c.position);
     EXPECT_EQ(mtd_write_close(ctx), 0);
   }
-}
-
-TEST_F(Mtd, SeeksByDataPosition) {
-  const std::tuple<const char*, uint32_t, int64_t> cases[] = {
-      // bad blocks, position, landing or -1
-      {"", 0, 0},           {"", 4100, 4100},  {"", 24576, 24576}, {"", 28672, -1},  {"0", 0, 4096},
-      {"0 1", 4096, 12288}, {"1", 4096, 4096}, {"1", 8192, 12288}, {"0", 24576, -1}, {"0 1 2 3 4 5", 0, -1}};
-  for (const auto& [bad, position, landing] : cases) {
-    SCOPED_TRACE(std::string("bad ") + bad + ", to " + std::to_string(position));
-    mtd_write_ctx* const ctx = mtd_write_open(start_on(bad, "", stale_));
-    EXPECT_EQ(mtd_seek_write_pos(*ctx, position), landing < 0 ? -1 : 0);
-    EXPECT_EQ(mtd_current_pos(ctx->fd), std::max<int64_t>(landing, 0));
-    EXPECT_EQ(mtd_write_close(ctx), 0);
-  }
-  EXPECT_EQ(mtd_seek_pos(4096, 0, -1, 0), -1);
-  EXPECT_EQ(mtd_seek_pos(24576, 4096, -1, 0), -1);  // the queries fail
 }
 
 TEST_F(Mtd, PartitionsAreFoundByTheirExactName) {

@@ -7,10 +7,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <vector>
 
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 #include "package/crc32.h"
 #include "package/format.h"
 #include "package/head_rules.h"
@@ -69,13 +68,16 @@ TEST(PackageHead, LengthIsOfUsedEntriesModulo32Bits) {
 TEST(ExamineEntry, AcceptsAndRefuses) {
   using fault = entry_fault;
   const std::string longest(67, 'n');
-  std::vector<std::pair<std::vector<image>, fault>> cases = {
+  const struct {
+    std::vector<image> images;
+    fault expected;
+  } cases[] = {
       {{{"boot", "boot.img"}}, fault::none},
       {{{"efs2bak", longest}}, fault::none},
       {{{"tz", "statusx"}}, fault::none},
       {{{"system", ""}}, fault::none},
       {{{"recoveryfs", "../x"}}, fault::none},
-      {{{"recovery"}, {"boot"}}, fault::none},  // the intake refuses it, with its own line
+      {{{"recovery"}, {"boot"}}, fault::none},  // a fault of the table
       {{{"system"}, {"boot"}}, fault::none},
       {{{"boot", "F"}, {"tz", "f"}}, fault::none},
       {{{"foo"}}, fault::unsupported_partition},
@@ -86,38 +88,64 @@ TEST(ExamineEntry, AcceptsAndRefuses) {
       {{{"boot"}, {"recovery"}}, fault::misplaced_recovery},
       {{{"system"}, {"modem"}, {"recoveryfs"}}, fault::misplaced_recovery},
       {{{"foo"}, {"recovery"}}, fault::misplaced_recovery},
-      {{{"boot"}, {"system", "g"}, {"tz"}}, fault::file_name},
-      {{{"tz", longest + "n"}}, fault::file_name}};
-  // A file of the run directory's own would let an image overwrite what the run says of itself.
-  for (const char* name : {"", ".", ".x", "a/b", "a/", "status", "status_str", "fail_reason", "download_time",
-                           "check_time", "install_time", "total_time", "download_size", "file_size",
-                           "pt_type", "head", "http_header", "tarv_log", "tarv_log_bak"}) {
-    cases.push_back({{{"tz", name}}, fault::file_name});
+      {{{"tz", ""}}, fault::file_name_empty},
+      {{{"tz", longest + "n"}}, fault::file_name_unterminated},
+      {{{"tz", "."}}, fault::file_name_hidden},
+      {{{"tz", ".x"}}, fault::file_name_hidden},
+      {{{"tz", "a/b"}}, fault::file_name_with_folder},
+      {{{"tz", "a/"}}, fault::file_name_with_folder},
+      {{{"boot"}, {"system", "g"}, {"tz"}}, fault::file_name_taken},
+  };
+  for (const auto& c : cases) {
+    const auto last = static_cast<uint32_t>(c.images.size() - 1);
+    EXPECT_EQ(examine_entry(head_of(c.images), last), c.expected) << last << c.images[last].file_name;
   }
-  for (const auto& [images, expected] : cases) {
-    const auto last = static_cast<uint32_t>(images.size() - 1);
-    EXPECT_EQ(examine_entry(head_of(images), last), expected) << last << images[last].file_name;
+  // A file of the run directory's own would let an image overwrite what the run says of itself.
+  for (const char* name :
+       {"status", "status_str", "fail_reason", "download_time", "check_time", "install_time", "total_time",
+        "download_size", "file_size", "pt_type", "head", "http_header", "tarv_log", "tarv_log_bak"}) {
+    EXPECT_EQ(examine_entry(head_of({{"tz", name}}), 0), fault::file_name_of_run) << name;
+  }
+}
+
+TEST(ExamineTable, AcceptsAndRefuses) {
+  const struct {
+    std::vector<image> images;
+    table_fault expected;
+  } cases[] = {
+      {{{"boot"}, {"system"}}, table_fault::none},
+      {{{"recovery"}, {"recoveryfs"}}, table_fault::none},
+      {std::vector<image>(8, {"modem"}), table_fault::none},
+      {std::vector<image>(9, {"modem"}), table_fault::too_many_store_images},
+      {{}, table_fault::unknown_first_entry},
+      {{{"recovery"}, {"recoveryfs"}, {"boot"}}, table_fault::foreign_image},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(examine_table(head_of(c.images)), c.expected) << c.images.size();
   }
 }
 
 TEST(ReadFileText, TextUpToTheCapacity) {
   const std::string path = testing::TempDir() + "read_file_text." + std::to_string(getpid());
-  const std::tuple<std::string, size_t, int, std::string> cases[] = {
-      // content, capacity, result, text
-      {"31406\n", 64, 6, "31406\n"},
-      {"", 64, -1, "before"},
-      {"31\0006"s, 64, 2, "31"},
-      {"\0x"s, 64, 0, ""},
-      {std::string(63, 'v'), 64, 63, std::string(63, 'v')},
-      {std::string(64, 'v'), 64, 63, std::string(63, 'v')},
-      {std::string(2000, 'v'), 1500, 1023, std::string(1023, 'v')}};
-  for (const auto& [content, capacity, result, text] : cases) {
-    std::ofstream(path) << content;
+  const struct {
+    std::string content;
+    size_t capacity;
+    int result;
+    std::string text;
+  } cases[] = {{"31406\n", 64, 6, "31406\n"},
+               {"", 64, -1, "before"},
+               {"31\0006"s, 64, 2, "31"},
+               {"\0x"s, 64, 0, ""},
+               {std::string(63, 'v'), 64, 63, std::string(63, 'v')},
+               {std::string(64, 'v'), 64, 63, std::string(63, 'v')},
+               {std::string(2000, 'v'), 1500, 1023, std::string(1023, 'v')}};
+  for (const auto& c : cases) {
+    std::ofstream(path) << c.content;
     std::string dst = "before";
-    dst.resize(capacity + 1, '\0');
+    dst.resize(c.capacity + 1, '\0');
     dst.back() = '#';
-    EXPECT_EQ(read_file_text(path.c_str(), dst.data(), capacity), result) << content;
-    EXPECT_EQ(dst.c_str(), text);
+    EXPECT_EQ(read_file_text(path.c_str(), dst.data(), c.capacity), c.result) << c.content;
+    EXPECT_EQ(dst.c_str(), c.text);
     EXPECT_EQ(dst.back(), '#');
   }
   std::remove(path.c_str());

@@ -12,19 +12,22 @@ namespace {
 using namespace std::string_literals;
 
 TEST(Url, IsTakenApart) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"http://h:81/dir/p", "h 81 dir/p"}, {"https://h/a?b=c:1/", "h 80 a?b=c:1/"},
-      {"h:8x", "h 8 untouched"},           {"http://h:/", "h 0 "},
-      {"HTTP://h/x", "HTTP 0 /h/x"},       {"h:99999/x", "h 99999 x"}};
+  const struct {
+    const char *url, *parts;  // host, port, path
+  } cases[] = {{"http://h:81/dir/p", "h 81 dir/p"}, {"https://h/a?b=c:1/", "h 80 a?b=c:1/"},
+               {"h:8x", "h 8 untouched"},           {"http://h:/", "h 0 "},
+               {"HTTP://h/x", "HTTP 0 /h/x"},       {"h:99999/x", "h 99999 x"}};
   char host[64], path[64];
   int port = -1;
-  for (const auto& [url, parts] : cases) {
+  for (const auto& c : cases) {
     strcpy(path, "untouched");
-    EXPECT_EQ(parse_url(url, host, path, &port), 0);
-    EXPECT_EQ(host + " "s + std::to_string(port) + " " + path, parts) << url;
+    EXPECT_EQ(parse_url(c.url, host, path, &port), 0);
+    EXPECT_EQ(host + " "s + std::to_string(port) + " " + path, c.parts) << c.url;
   }
   EXPECT_EQ(parse_url("", host, path, &port), -1);
-  EXPECT_EQ(parse_url("h", nullptr, path, &port) + parse_url("h", host, nullptr, &port), -2);
+  EXPECT_EQ(parse_url("h", nullptr, path, &port), -1);
+  EXPECT_EQ(parse_url("h", host, nullptr, &port), -1);
+  EXPECT_EQ(parse_url("h", host, path, nullptr), -1);
 }
 
 TEST(Url, RequestIsCutAtItsCapacity) {
@@ -82,7 +85,8 @@ TEST_F(Response, HeaderFillsItsBufferAndNoMore) {
   start("");
   const std::string end = "Content-Length: 3536\r\n\r\n", rest = std::string(4095 - end.size(), 'x') + end;
   EXPECT_EQ(take("X"), 0);
-  EXPECT_EQ(vexo_tarv_download_handler("x", INT_MAX) + vexo_tarv_download_handler("x", -1), -2);
+  EXPECT_EQ(vexo_tarv_download_handler("x", INT_MAX), -1);
+  EXPECT_EQ(vexo_tarv_download_handler("x", -1), -1);
   EXPECT_EQ(vexo_tarv_download_handler(nullptr, 0), -1);
   EXPECT_EQ(take("x" + rest), -1);
   EXPECT_EQ(take(rest), 0);

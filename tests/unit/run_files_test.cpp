@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "main/options.h"
 #include "main/run/log.h"
 #include "tests/unit/simulated_module.h"
 
@@ -28,6 +29,26 @@ TEST_F(RunFiles, HoldWhatWasWrittenLast) {
   tarv_write_fail_reason("short");
   tarv_write_file(PATH_TARV_FAIL_REASON, "none", 0);
   EXPECT_EQ(run_file("fail_reason"), "short");
+}
+
+TEST_F(RunFiles, DownloadSizeIsWhatWasSetLast) {
+  start("");
+  for (const int size : {3536, 100000, 5, 7, INT32_MIN, 12}) {
+    tarv_set_download_size(size);
+    EXPECT_EQ(run_file("download_size"), std::to_string(size));
+  }
+  std::filesystem::remove(PATH_TARV_DOWNLOAD_SIZE);
+  tarv_set_download_size(13);
+  EXPECT_EQ(run_file("download_size"), "13");
+  tarv_close_download_size();
+}
+
+TEST_F(RunFiles, StartWithoutAProgramName) {
+  char* none[] = {nullptr};
+  tarv_start start = tarv_start::run_detached;
+  const std::string console = console_of([&] { start = tarv_parse_options(0, none); });
+  EXPECT_EQ(start, tarv_start::exit_failure);
+  EXPECT_NE(console.find("Usage: tarvolin "), std::string::npos);
 }
 
 TEST_F(RunFiles, LogIsRotatedStampedAndCut) {

@@ -1,5 +1,5 @@
 // Base of the unit tests that need a module: simulated flash in a folder of its own and records as at process
-// start. The tests write to /tmp/tarvolin, so they run inside sim/module only.
+// start. The tests write to /tmp/tarvolin, so they run inside lab/namespace only.
 #ifndef TARVOLIN_TESTS_UNIT_SIMULATED_MODULE_H
 #define TARVOLIN_TESTS_UNIT_SIMULATED_MODULE_H
 
@@ -19,7 +19,7 @@
 class SimulatedModule : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(std::filesystem::exists("/host")) << "run this test through sim/module";
+    ASSERT_TRUE(std::filesystem::exists("/host")) << "run this test through lab/namespace";
     // In memory, since small files are rewritten there by the ten thousand. Seen by this process alone.
     static const int mounted = mount("tmpfs", "/tmp", "tmpfs", 0, nullptr);
     ASSERT_EQ(mounted, 0);

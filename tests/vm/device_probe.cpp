@@ -34,7 +34,7 @@ std::string describe(const std::vector<uint8_t>& bytes, ssize_t count) {
 std::string ecc_change() {
   mtd_ecc_counters now = {};
   if (mtd_device_ecc(fd, now) != 0) return "failed";
-  const std::string change = now.failed != baseline.failed ? "uncorrectable" : "fine";
+  std::string change = now.failed != baseline.failed ? "uncorrectable" : "fine";
   baseline = now;
   return change;
 }

@@ -1,12 +1,14 @@
 """The data volume as the module has it: UBI on userdata, mounted on /data, with a process that holds a file open there."""
 import pathlib
 import subprocess
+import time
 import unittest
 
-from module import SMALL, Module
-from mtd_module import load_kernel_modules
-from packages import expected_flash, images
-from servers import serve
+from lab.expected import expected_flash
+from lab.module import SMALL
+from lab.mtd_module import MtdModule, load_kernel_modules
+from lab.packages import images
+from lab.servers import serve
 
 
 def call(command, check=True):
@@ -28,7 +30,7 @@ class DataVolume(unittest.TestCase):
         return holder
 
     def test_released_and_written(self):
-        with serve(self.package.bytes()) as server, Module(bad={"userdata": {3}}) as module:
+        with serve(self.package.bytes()) as server, MtdModule(bad={"userdata": {3}}) as module:
             holder = self.attach(module)
             self.assertEqual(module.run(server.url()).status, 0, module.log())
             self.assertIsNotNone(holder.wait(5))
@@ -36,8 +38,19 @@ class DataVolume(unittest.TestCase):
             self.assertNotIn("ubi2_0", pathlib.Path("/proc/mounts").read_text())
             self.assertTrue(module.dump("userdata") == expected_flash(self.package, module)["userdata"])
 
+    def test_starter_that_leaves_a_descriptor_open(self):
+        """An updater that kept it would be a user of /data, and end itself."""
+        with serve(self.package.bytes()) as server, MtdModule() as module:
+            self.attach(module)
+            call(f"exec {module.command(module.program)[0]} --url {server.url()} 7</data/file")
+            deadline = time.monotonic() + 120
+            while module.text("status") not in ("4", "5", "6") and time.monotonic() < deadline:
+                time.sleep(0.2)
+            self.assertEqual(module.history()[-1:], ["RESTORE"], module.log())
+            self.assertTrue(module.dump("userdata") == expected_flash(self.package, module)["userdata"])
+
     def test_mount_that_does_not_go_away(self):
-        with serve(self.package.bytes()) as server, Module() as module:
+        with serve(self.package.bytes()) as server, MtdModule() as module:
             self.attach(module)
             call("mkdir /data/inner && mount -t tmpfs tmpfs /data/inner && sync")
             self.assertEqual(module.run(server.url()).status, 255)

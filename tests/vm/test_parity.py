@@ -11,11 +11,13 @@ import shutil
 import subprocess
 import unittest
 
-from certificates import make_authority, make_certificate
-from module import BIN_DIR, KIB, Module, SimModule
-from mtd_module import MtdModule
-from packages import Image, Package, expected_flash, images, no_images, noise
-from servers import Nginx
+from lab.certificates import make_authority, make_certificate
+from lab.expected import expected_flash
+from lab.module import BIN_DIR, KIB
+from lab.mtd_module import MtdModule
+from lab.packages import Image, Package, images, no_images, noise
+from lab.servers import Nginx
+from lab.sim_module import SimModule
 
 BLOCK, PAGE = 128 * KIB, 2 * KIB
 PARTITIONS = {"first": 4 * BLOCK, "probed": 8 * BLOCK}
@@ -54,7 +56,7 @@ UPDATES = {
     "wrong crc": ({}, Package([Image("modem", noise(70_000), crc=1)]), 254),
 }
 OUTCOMES = pathlib.Path(os.environ["TARV_OUTCOMES"])
-ON_KERNEL = Module is not SimModule
+ON_KERNEL = os.environ.get("TARV_FLASH") == "mtd"  # set by lab/guest
 
 
 class Parity(unittest.TestCase):
@@ -83,7 +85,7 @@ class Parity(unittest.TestCase):
         if ON_KERNEL:
             places = {"weakblocks": [("probed", WORN)], "weakpages": [("probed", WORN_PAGE)],
                       "gravepages": [("probed", GRAVE_PAGE)]}
-            return Module(PARTITIONS, bad, nandsim=places)
+            return MtdModule(PARTITIONS, bad, nandsim=places)
         module = SimModule(PARTITIONS, bad, SIM_FAULTS)
         with open(module.flash / "module.conf", "a", encoding="utf-8") as conf:
             conf.write("rules kernel\n")
@@ -98,7 +100,7 @@ class Parity(unittest.TestCase):
         """From the real nginx. Flash must be right after a success and untouched after a refusal, on both kinds."""
         bad, package, status = UPDATES[name]
         url = nginx.put("package.img", package.bytes())
-        with self.subTest(name, scheme=scheme), Module(bad=bad) as module:
+        with self.subTest(name, scheme=scheme), (MtdModule if ON_KERNEL else SimModule)(bad=bad) as module:
             if scheme == "https":
                 (module.folder / "data" / "cert").mkdir(exist_ok=True)
                 (module.folder / "data" / "cert" / "ssl_verify").touch()

@@ -7,10 +7,11 @@ import subprocess
 import time
 import unittest
 
-from module import BIN_DIR, MIB, SMALL, Module
-from mtd_module import load_kernel_modules
-from packages import RESTORE, Image, Package, images
-from servers import serve
+from lab.module import BIN_DIR, MIB, SMALL
+from lab.mtd_module import MtdModule, load_kernel_modules
+from lab.packages import Image, Package, images
+from lab.servers import serve
+from lab.store_record import RESTORE
 
 PARTITIONS = {**SMALL, "system": 8 * MIB, "modem": MIB}
 BAD = {"userdata": {0, 7}, "recoveryfs": {0}, "system": {0, 3, 20, 63}, "modem": {1}}
@@ -68,7 +69,7 @@ class Firmware(unittest.TestCase):
     def test_from_version_1_to_version_2(self):
         load_kernel_modules("zstd", "lzo", "deflate", "ubi", "ubifs")
         MOUNT.mkdir(exist_ok=True)
-        with Module(PARTITIONS, BAD) as module:
+        with MtdModule(PARTITIONS, BAD) as module:
             old, new = (self.make_image(module.folder, version) for version in (1, 2))
             call(f"ubiformat -y -q -f {old} {module.device('system')}")
             with self.booted(module) as answer:
@@ -116,7 +117,7 @@ class FailingFlash(unittest.TestCase):
     def test_every_case(self):
         with serve(self.package.bytes()) as server:
             for name, (places, status, words) in self.CASES.items():
-                with self.subTest(name), Module(PARTITIONS, BAD, nandsim=places) as module:
+                with self.subTest(name), MtdModule(PARTITIONS, BAD, nandsim=places) as module:
                     self.assertEqual(module.run(server.url()).status, 0, module.log())
                     end = restore()
                     self.assertEqual((end.returncode, is_armed(module)), (status, status != 0), end.stderr)
@@ -127,7 +128,7 @@ class FailingFlash(unittest.TestCase):
     def test_killed_then_started_again(self):
         seed = random.randrange(1 << 30)
         chance = random.Random(seed)
-        with self.subTest(seed=seed), serve(self.package.bytes()) as server, Module(PARTITIONS, BAD) as module:
+        with self.subTest(seed=seed), serve(self.package.bytes()) as server, MtdModule(PARTITIONS, BAD) as module:
             self.assertEqual(module.run(server.url()).status, 0, module.log())
             began = time.monotonic()
             self.assertEqual(restore("--keep").returncode, 0)

@@ -5,9 +5,11 @@ import subprocess
 import tempfile
 import unittest
 
-from module import BIN_DIR, Module
-from packages import STORE_LIST, images
-from servers import serve
+from lab.expected import STORE_LIST
+from lab.module import BIN_DIR
+from lab.mtd_module import MtdModule
+from lab.packages import images
+from lab.servers import serve
 
 BAD = {"userdata": {0, 5}, "recoveryfs": {0, 3}, "vexonv": {1}}
 PACKAGE = images("modem", 2_500_001, "system", 700_000, "boot", 5)
@@ -22,7 +24,7 @@ class StoreTool(unittest.TestCase):
 
     def test_devices_and_dumps_tell_the_same(self):
         folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
-        with Module(bad=BAD) as module, serve(PACKAGE.bytes()) as server:
+        with MtdModule(bad=BAD) as module, serve(PACKAGE.bytes()) as server:
             self.assertEqual(module.run(server.url()).status, 0, module.log())
             before = module.dumps()
             for name in STORE_LIST:

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "tools/common/refusal.h"
 
 namespace {

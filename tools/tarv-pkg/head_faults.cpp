@@ -1,6 +1,5 @@
 #include "tools/tarv-pkg/head_faults.h"
 
-#include "main/run/result_files.h"
 #include "package/head_rules.h"
 #include "store/head_record.h"
 #include "store/partition_groups.h"
@@ -8,67 +7,63 @@
 
 namespace {
 
-int group_of(const package_head& head, uint32_t i) {
-  return vexo_tarv_get_pt_type(field_text(head.images[i].name));
+// What is wrong with the saved name of an image, or null when the fault is another one.
+const char* saved_name_fault(entry_fault fault) {
+  switch (fault) {
+    case entry_fault::file_name_empty:
+      return "is empty";
+    case entry_fault::file_name_unterminated:
+      return "has no NUL inside its field";
+    case entry_fault::file_name_hidden:
+      return "begins with \".\"";
+    case entry_fault::file_name_with_folder:
+      return "holds a \"/\"";
+    case entry_fault::file_name_of_run:
+      return "is that of a file which the updater itself writes";
+    case entry_fault::file_name_taken:
+      return "is used by an earlier image";
+    case entry_fault::none:
+    case entry_fault::unsupported_partition:
+    case entry_fault::misplaced_recovery:
+      break;
+  }
+  return nullptr;
 }
 
-// Why the updater does not take the file name of entry `i`. It has been refused already: this finds the
-// words.
-std::string file_name_reason(const package_head& head, uint32_t i) {
-  const std::string_view name = field_text(head.images[i].file_name);
-  if (name.empty()) return "is empty";
-  if (name.size() == sizeof head.images[i].file_name) return "has no NUL inside its field";
-  if (name[0] == '.') return "begins with \".\"";
-  if (name.find('/') != std::string_view::npos) return "holds a \"/\"";
-  if (tarv_is_run_file(name)) return "is that of a file which the updater itself writes";
-  return "is used by an earlier image";
+std::string in_their_own_package() {
+  return "put these into a package of their own: " + names_in_group(kRecoveryGroup);
 }
 
 void check_entry(const package_head& head, uint32_t i) {
-  switch (examine_entry(head, i)) {
-    case entry_fault::unsupported_partition:
-      check_partition_name(field_text(head.images[i].name));
-      break;
-    case entry_fault::misplaced_recovery:
-      throw image_refusal(head, i,
-                          "a recovery-group image follows an image of another group; "
-                          "put these into a package of their own: " +
-                              names_in_group(kRecoveryGroup));
-    case entry_fault::file_name:
-      throw image_refusal(head, i,
-                          "the saved name " + in_quotes(field_text(head.images[i].file_name)) + " " +
-                              file_name_reason(head, i) + "; choose another one with save-as");
-    case entry_fault::none:
-      break;
+  const entry_fault fault = examine_entry(head, i);
+  if (fault == entry_fault::unsupported_partition) check_partition_name(field_text(head.images[i].name));
+  if (fault == entry_fault::misplaced_recovery) {
+    throw image_refusal(
+        head, i, "a recovery-group image follows an image of another group; " + in_their_own_package());
   }
-}
-
-void check_store_images(const package_head& head) {
-  uint32_t count = 0;
-  for (uint32_t i = 0; i < head.image_num; ++i) {
-    if (group_of(head, i) == kStoreGroup) ++count;
-  }
-  if (count <= kStoreImagesMax) return;
-  throw refusal("the package holds " + std::to_string(count) + " store-group images, the updater takes " +
-                std::to_string(kStoreImagesMax) + "; split the package");
-}
-
-// The updater looks at the group of entry 0 even when the package has no image that uses the entry.
-void check_first_entry(const package_head& head) {
-  if (group_of(head, 0) != kNoGroup) return;
-  throw refusal("the package has no images and its unused entry 0 names " +
-                in_quotes(field_text(head.images[0].name)) + ", which is in no group the updater knows; " +
-                "put a name such as \"system\" there");
-}
-
-void check_recovery_package(const package_head& head) {
-  if (group_of(head, 0) != kRecoveryGroup) return;
-  for (uint32_t i = 1; i < head.image_num; ++i) {
-    if (group_of(head, i) == kRecoveryGroup) continue;
+  if (const char* const saved_name = saved_name_fault(fault)) {
     throw image_refusal(head, i,
-                        "a package that begins with a recovery-group image takes no others; "
-                        "put these into a package of their own: " +
-                            names_in_group(kRecoveryGroup));
+                        "the saved name " + in_quotes(field_text(head.images[i].file_name)) + " " +
+                            saved_name + "; choose another one with save-as");
+  }
+}
+
+void check_table(const package_head& head) {
+  switch (examine_table(head)) {
+    case table_fault::too_many_store_images:
+      throw refusal("the package holds " + std::to_string(count_store_images(head)) +
+                    " store-group images, the updater takes " + std::to_string(kStoreImagesMax) +
+                    "; split the package");
+    case table_fault::unknown_first_entry:
+      throw refusal("the package has no images and its unused entry 0 names " +
+                    in_quotes(field_text(head.images[0].name)) +
+                    ", which is in no group the updater knows; " + "put a name such as \"system\" there");
+    case table_fault::foreign_image:
+      throw image_refusal(
+          head, *find_foreign_image(head),
+          "a package that begins with a recovery-group image takes no others; " + in_their_own_package());
+    case table_fault::none:
+      break;
   }
 }
 
@@ -78,7 +73,7 @@ void check_empty_tail(const package_head& head) {
   uint32_t tail = head.image_num;
   while (tail > 0 && head.images[tail - 1].size == 0) --tail;
   for (uint32_t i = tail + 1; i < head.image_num; ++i) {
-    if (group_of(head, i) == kStoreGroup) continue;
+    if (group_of(head.images[i]) == kStoreGroup) continue;
     throw image_refusal(head, i,
                         "several empty images end the package, and the updater comes only to the first of "
                         "them; put an image with data last");
@@ -87,7 +82,7 @@ void check_empty_tail(const package_head& head) {
 
 void check_repetitions(const package_head& head, bool in_store_too) {
   for (uint32_t i = 0; i < head.image_num; ++i) {
-    if (group_of(head, i) == kStoreGroup && !in_store_too) continue;
+    if (group_of(head.images[i]) == kStoreGroup && !in_store_too) continue;
     for (uint32_t k = 0; k < i; ++k) {
       if (field_text(head.images[i].name) != field_text(head.images[k].name)) continue;
       throw image_refusal(head, i,
@@ -125,9 +120,7 @@ void check_partition_name(std::string_view name) {
 
 void check_entries(const package_head& head) {
   for (uint32_t i = 0; i < head.image_num; ++i) check_entry(head, i);
-  check_store_images(head);
-  check_first_entry(head);
-  check_recovery_package(head);
+  check_table(head);
   check_empty_tail(head);
   // The updater writes the second image over the first and then does not find the first. In the store it only
   // keeps both.

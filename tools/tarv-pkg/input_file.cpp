@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "main/run/retry.h"
+#include "base/retry.h"
 #include "package/crc32.h"
 #include "tools/common/interruption.h"
 

@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-#include "main/run/unique_fd.h"
+#include "base/unique_fd.h"
 #include "tools/common/refusal.h"
 
 // Every member throws a refusal, naming the file, when it cannot do what it promises.

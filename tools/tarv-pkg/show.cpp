@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "store/partition_groups.h"
+#include "package/head_rules.h"
 #include "tools/common/printable.h"
 #include "tools/tarv-pkg/package_file.h"
 #include "tools/tarv-pkg/partition_names.h"
@@ -14,10 +14,6 @@ namespace {
 int project_type(const package_head& head) {
   const std::string version(field_text(head.img_version));
   return vexo_tarv_get_project_type(version.c_str());
-}
-
-const char* group_of(const package_entry& entry) {
-  return group_name(vexo_tarv_get_pt_type(field_text(entry.name)));
 }
 
 // The number of images is not to be trusted past the table's end, and no length follows from it then.
@@ -42,7 +38,7 @@ void show_text(const package_head& head, uint64_t file_length) {
     const package_entry& entry = head.images[i];
     printf("image %u\n", i);
     printf("  name          %s\n", printable(field_text(entry.name)).c_str());
-    printf("  group         %s\n", group_of(entry));
+    printf("  group         %s\n", group_name(group_of(entry)));
     printf("  file_name     %s\n", printable(field_text(entry.file_name)).c_str());
     printf("  size          %" PRIu32 "\n", entry.size);
     printf("  crc           0x%08" PRIx32 "\n", entry.crc);
@@ -51,7 +47,7 @@ void show_text(const package_head& head, uint64_t file_length) {
 
 void show_json_entry(const package_entry& entry) {
   printf("{\"name\": %s, ", json_string(field_text(entry.name)).c_str());
-  printf("\"group\": \"%s\", ", group_of(entry));
+  printf("\"group\": \"%s\", ", group_name(group_of(entry)));
   printf("\"file_name\": %s, ", json_string(field_text(entry.file_name)).c_str());
   printf("\"size\": %" PRIu32 ", \"crc\": %" PRIu32 "}", entry.size, entry.crc);
 }

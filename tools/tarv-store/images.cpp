@@ -7,6 +7,7 @@
 #include "tools/common/printable.h"
 #include "tools/common/progress.h"
 #include "tools/common/refusal.h"
+#include "tools/tarv-store/open_store.h"
 #include "tools/tarv-store/source.h"
 #include "tools/tarv-store/store_view.h"
 

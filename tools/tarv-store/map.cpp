@@ -11,6 +11,7 @@
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/block_use.h"
 #include "tools/tarv-store/map_svg.h"
+#include "tools/tarv-store/open_store.h"
 #include "tools/tarv-store/source.h"
 
 namespace {

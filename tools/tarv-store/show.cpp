@@ -6,6 +6,7 @@
 #include "tools/common/printable.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/block_use.h"
+#include "tools/tarv-store/open_store.h"
 
 namespace {
 

@@ -8,8 +8,9 @@
 #include <filesystem>
 #include <map>
 
+#include "mtd/device.h"
+#include "mtd/kernel_device.h"
 #include "tools/tarv-store/dumps.h"
-#include "tools/tarv-store/kernel_device.h"
 
 namespace {
 

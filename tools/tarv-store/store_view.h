@@ -37,10 +37,6 @@ struct stream_block {
   uint32_t length;  // bytes of the stream in it, at most an erase block
 };
 
-// Looks at the bad-block marks and at the head record. Throws a refusal when there is no "userdata" or it
-// cannot be examined; what is wrong with the record itself is in `fault`.
-[[nodiscard]] store_view open_store();
-
 // Throws a refusal that tells why there is nothing to restore: the record is not armed, or has a fault.
 void require_armed(const store_view& store);
 

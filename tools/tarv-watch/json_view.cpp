@@ -22,7 +22,7 @@ std::string object(const run_state& state, const std::string& exit_status) {
                      ", \"rate\": " + positive_or_null(static_cast<int64_t>(state.rate), state.rate > 0) +
                      ", \"seconds_left\": " + positive_or_null(state.seconds_left, state.seconds_left >= 0);
   for (size_t i = 0; i < kTimes; ++i) {
-    text += std::string(", \"") + kTimeFiles[i] + "\": " + number_or_null(state.times[i]);
+    text += std::string(", \"") + tarv_run_file_name(kTimeFiles[i]) + "\": " + number_or_null(state.times[i]);
   }
   const std::string reason = state.fail_reason.empty() ? "null" : json_string(state.fail_reason);
   return text + ", \"fail_reason\": " + reason + ", \"exit_status\": " + exit_status + "}\n";

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include "tools/common/command_line.h"
 
-#include "main/run/result_files.h"
+#include "main/run/run_directory.h"
+#include "tools/common/command_line.h"
 #include "tools/common/exit_status.h"
 #include "tools/common/interruption.h"
 #include "tools/common/tool_main.h"
@@ -16,7 +16,6 @@
 namespace {
 
 constexpr int kInterrupted = 130;
-constexpr char kPidFile[] = "/var/run/tarvolin.pid";
 
 constexpr char kFooter[] =
     "Exit status:\n"
@@ -64,7 +63,7 @@ int follow(int argc, char* argv[]) {
   app.footer(kFooter);
   const int status = take_command_line(app, argc, argv, stdout, [&] {
     // The usual pid file belongs to the usual run directory.
-    if (dir->empty() && pid_file->empty()) order.pid_file = kPidFile;
+    if (dir->empty() && pid_file->empty()) order.pid_file = PATH_TARV_PID;
     return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
   });
   put("");

@@ -7,15 +7,20 @@
 #include <cstring>
 #include <ctime>
 
-#include "main/run/number_text.h"
-#include "main/run/retry.h"
-#include "main/run/unique_fd.h"
+#include "base/number_text.h"
+#include "base/retry.h"
+#include "base/unique_fd.h"
 
 namespace {
 
 constexpr size_t kTextMax = 4096;  // longer than any of these files
 constexpr int kReadings = 5;       // of a file that is found empty
 constexpr timespec kPause = {0, 1'000'000};
+
+// Where the file that usually has the path `usual` is in the run directory `dir`.
+std::string path_in(const std::string& dir, const char* usual) {
+  return dir + "/" + tarv_run_file_name(usual);
+}
 
 // Everyone may put a pipe in the place of a file: O_NONBLOCK keeps it from holding the watch.
 int open_file(const std::string& path) {
@@ -69,13 +74,13 @@ void read_history(const std::string& path, run_look& look) {
 run_look look_at_run(const std::string& dir) {
   run_look look;
   // A starter removes "status" so that nobody takes the last run for the next one; "status_str" stays then.
-  if (access((dir + "/status").c_str(), F_OK) != 0) return look;
-  read_history(dir + "/status_str", look);
+  if (access(path_in(dir, PATH_TARV_STATUS).c_str(), F_OK) != 0) return look;
+  read_history(path_in(dir, PATH_TARV_STATUS_STR), look);
   if (look.history.empty()) return look;
-  look.file_size = read_number(dir + "/file_size");
-  look.download_size = read_number(dir + "/download_size");
-  for (size_t i = 0; i < kTimes; ++i) look.times[i] = read_number(dir + "/" + kTimeFiles[i]);
-  look.fail_reason = read_text(dir + "/fail_reason");
+  look.file_size = read_number(path_in(dir, PATH_TARV_FILE_SIZE));
+  look.download_size = read_number(path_in(dir, PATH_TARV_DOWNLOAD_SIZE));
+  for (size_t i = 0; i < kTimes; ++i) look.times[i] = read_number(path_in(dir, kTimeFiles[i]));
+  look.fail_reason = read_text(path_in(dir, PATH_TARV_FAIL_REASON));
   while (!look.fail_reason.empty() && look.fail_reason.back() == '\n') look.fail_reason.pop_back();
   return look;
 }

@@ -8,12 +8,14 @@
 #include <string>
 #include <tuple>
 
+#include "main/run/run_directory.h"
+
 using known_number = std::optional<int32_t>;  // nothing: not known
 
 // Times of the download, check and install stages and of the whole run, in this order.
 constexpr size_t kTimes = 4;
-constexpr std::array<const char*, kTimes> kTimeFiles = {"download_time", "check_time", "install_time",
-                                                        "total_time"};
+constexpr std::array<const char*, kTimes> kTimeFiles = {PATH_TARV_DOWNLOAD_TIME, PATH_TARV_CHECK_TIME,
+                                                        PATH_TARV_INSTALL_TIME, PATH_TARV_TOTAL_TIME};
 
 struct run_look {
   std::string history;  // "status_str" up to its last line end; empty: no run is known

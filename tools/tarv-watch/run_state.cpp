@@ -12,23 +12,21 @@ using std::chrono::seconds;
 constexpr seconds kRateWindow{8};
 constexpr double kRateMinimum = 0.5;  // seconds: below, the rate is chance
 constexpr seconds kSettling{1};       // between the first word of success and the last file
-constexpr std::string_view kFirstStatus = "TARV_STATUS_IDLE\n";
 
-// In the order of run_status, from idle on.
-constexpr std::array<std::string_view, 7> kStatusLines = {kFirstStatus,
-                                                          "TARV_STATUS_DOWNLOAD\n",
-                                                          "TARV_STATUS_CHECK\n",
-                                                          "TARV_STATUS_INSTALL\n",
-                                                          "TARV_STATUS_RESTORE\n",
-                                                          "TARV_STATUS_SUCCESS\n",
-                                                          "TARV_STATUS_FAILED\n"};
+// The watch's own status for one that the updater publishes.
+constexpr run_status watched(int status) {
+  return static_cast<run_status>(status + static_cast<int>(run_status::idle));
+}
+static_assert(watched(TARV_STATUS_IDLE) == run_status::idle &&
+                  watched(static_cast<int>(kStatusLines.size()) - 1) == run_status::failed,
+              "run_status has the updater's statuses in their order, from idle to failed");
 
 std::vector<run_status> statuses_in(std::string_view history) {
   std::vector<run_status> found;
   while (!history.empty()) {
     const std::string_view line = history.substr(0, history.find('\n') + 1);
     for (size_t i = 0; i < kStatusLines.size(); ++i) {
-      if (kStatusLines[i] == line) found.push_back(static_cast<run_status>(i + 1));
+      if (kStatusLines[i] == line) found.push_back(watched(static_cast<int>(i)));
     }
     history.remove_prefix(line.size());
   }
@@ -39,7 +37,7 @@ std::vector<run_status> statuses_in(std::string_view history) {
 bool same_run(const run_look& before, const run_look& now) {
   const size_t old = before.history.size();
   return now.identity == before.identity && now.history.compare(0, old, before.history) == 0 &&
-         now.history.find(kFirstStatus, old) == std::string::npos;
+         now.history.find(kStatusLines[TARV_STATUS_IDLE], old) == std::string::npos;
 }
 
 void keep(known_number& known, const known_number& seen) {

@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <iterator>
 
 #include "tools/common/printable.h"
 
@@ -55,6 +56,7 @@ std::string in_total(const run_state& state) {
 const char* name_of(run_status status) {
   constexpr const char* names[] = {"waiting", "idle",    "download", "check", "install",
                                    "restore", "success", "failed",   "gone"};
+  static_assert(std::size(names) == static_cast<size_t>(run_status::gone) + 1, "a name for each");
   return names[static_cast<size_t>(status)];
 }
 

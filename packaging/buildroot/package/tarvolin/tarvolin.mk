@@ -5,7 +5,7 @@
 ################################################################################
 
 # The sources have no public address yet, and no public licence: they are taken from a folder of yours.
-TARVOLIN_VERSION = 0.1.0
+TARVOLIN_VERSION = $(shell sed -n 's/^project.tarvolin VERSION \([0-9.]*\).*/\1/p' $(BR2_EXTERNAL_TARVOLIN_PATH)/../../CMakeLists.txt)
 TARVOLIN_SITE = $(call qstrip,$(BR2_PACKAGE_TARVOLIN_SOURCE))
 TARVOLIN_SITE_METHOD = local
 TARVOLIN_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build

@@ -1,4 +1,4 @@
-#include "main/run/number_text.h"
+#include "base/number_text.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 // Both readers take what strtol(3) and strtoul(3) take in the C locale: leading white space, one sign, then
 // digits up to the first other character. A value that does not fit is held at the nearest 32-bit limit, as
 // those functions do where `long` is 32 bits wide.
-#ifndef TARVOLIN_MAIN_RUN_NUMBER_TEXT_H
-#define TARVOLIN_MAIN_RUN_NUMBER_TEXT_H
+#ifndef TARVOLIN_BASE_NUMBER_TEXT_H
+#define TARVOLIN_BASE_NUMBER_TEXT_H
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 // Owner of one file descriptor.
-#ifndef TARVOLIN_MAIN_RUN_UNIQUE_FD_H
-#define TARVOLIN_MAIN_RUN_UNIQUE_FD_H
+#ifndef TARVOLIN_BASE_UNIQUE_FD_H
+#define TARVOLIN_BASE_UNIQUE_FD_H
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // The one answer to an interrupted system call: make it again.
-#ifndef TARVOLIN_MAIN_RUN_RETRY_H
-#define TARVOLIN_MAIN_RUN_RETRY_H
+#ifndef TARVOLIN_BASE_RETRY_H
+#define TARVOLIN_BASE_RETRY_H
 
 #include <cerrno>
 

@@ -1,7 +1,7 @@
 // Commands of the module, run through its shell. They inherit standard input, output and error, and no other
 // descriptor of this program, whoever opened it.
-#ifndef TARVOLIN_MAIN_RUN_SHELL_H
-#define TARVOLIN_MAIN_RUN_SHELL_H
+#ifndef TARVOLIN_BASE_SHELL_H
+#define TARVOLIN_BASE_SHELL_H
 
 // Runs `command` to its end. Its result is not looked at: callers look at what it should have changed.
 void tarv_run_command(const char* command);

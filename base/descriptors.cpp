@@ -1,0 +1,38 @@
+#include "base/descriptors.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "base/number_text.h"
+
+namespace {
+
+constexpr int kNumbersWithoutProc = 1024;  // tried one by one where /proc cannot be read
+
+// Calls `work(fd)` for each. The listing's own descriptor is among them, so `work` may not close any.
+template <typename Work>
+void for_each_descriptor(Work work) {
+  DIR* const listing = opendir("/proc/self/fd");
+  if (listing == nullptr) {
+    for (int fd = STDERR_FILENO + 1; fd < kNumbersWithoutProc; ++fd) work(fd);
+    return;
+  }
+  while (const dirent* entry = readdir(listing)) {
+    const int fd = parse_decimal(entry->d_name).value_or(-1);
+    if (fd > STDERR_FILENO) work(fd);
+  }
+  closedir(listing);
+}
+
+}  // namespace
+
+void keep_descriptors_private() {
+  for_each_descriptor([](int fd) { fcntl(fd, F_SETFD, FD_CLOEXEC); });
+}
+
+void close_inherited_descriptors() {
+  int highest = STDERR_FILENO;
+  for_each_descriptor([&](int fd) { highest = fd > highest ? fd : highest; });
+  for (int fd = STDERR_FILENO + 1; fd <= highest; ++fd) close(fd);
+}

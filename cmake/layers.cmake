@@ -1,0 +1,17 @@
+# add_layer(SOURCE...): makes the library of the folder that calls it. Its name is tarvolin_ and the last part of the
+# folder's path. It links the libraries of the folders that its row in cmake/layers names.
+function(add_layer)
+  get_filename_component(name ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+  add_library(tarvolin_${name} STATIC ${ARGN})
+  target_compile_options(tarvolin_${name} PRIVATE -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
+  target_link_libraries(tarvolin_${name} PUBLIC tarvolin_flags)
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/layers row REGEX "^${folder}/:")
+  string(REPLACE " " ";" entries "${row}")
+  foreach(entry ${entries})
+    if(entry MATCHES "([^/]+)/$")
+      target_link_libraries(tarvolin_${name} PUBLIC tarvolin_${CMAKE_MATCH_1})
+    endif()
+  endforeach()
+endfunction()
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/layers)
