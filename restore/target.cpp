@@ -40,13 +40,19 @@ bool agrees(reading& so_far, uint32_t block, const uint8_t* data, uint32_t erase
 }
 
 verdict read_target(const device& target, reading& so_far, uint8_t* memory) {
+  bool gapped = false;
   for (uint32_t block = 0; block < target.blocks(); ++block) {
     bool counts = false;
     if (read_block(target, block, memory, counts) != 0) return verdict::unknown;
     if (counts && !agrees(so_far, block, memory, target.erase_size())) return verdict::differs;
+    if (!counts && !gapped) {
+      const int bad = is_marked_bad(target, block);
+      if (bad < 0) return verdict::unknown;
+      gapped = bad == 0;
+    }
     add_progress(target.erase_size());
   }
-  if (so_far.left == 0 && so_far.crc == so_far.image.crc) return verdict::holds;
+  if (so_far.left == 0 && so_far.crc == so_far.image.crc) return gapped ? verdict::gapped : verdict::holds;
   snprintf(so_far.why, kFaultCapacity, "\"%s\" ends %" PRIu32 " bytes before its image", so_far.name,
            so_far.left);
   return verdict::differs;

@@ -25,7 +25,8 @@ struct workspace {
 [[nodiscard]] int compare_start(const mtd_partition& target, const store& from, uint32_t image,
                                 workspace& memory, bool& alike);
 
-enum class verdict { holds, differs, unknown };
+// `gapped`: the target holds its image for readers, who pass over a block of it that is not marked bad.
+enum class verdict { holds, gapped, differs, unknown };
 
 // Reads the whole target and tells whether it holds the image and nothing else. `why` says what differs.
 // `unknown`, with a fault, when the device does not answer.

@@ -87,9 +87,8 @@ int erase_rest(const device& on, uint32_t block) {
   for (; block < on.blocks(); ++block) {
     const int bad = is_marked_bad(on, block);
     if (bad < 0) return -1;
-    for (int attempt = 0; bad == 0 && attempt < kAttempts; ++attempt) {
-      if (erase_block(on, block)) break;
-    }
+    if (bad == 1 || erase_block(on, block) || erase_block(on, block)) continue;
+    warn("block %u of \"%s\" takes no erase: have it marked bad", block, on.partition().name);
   }
   return 0;
 }

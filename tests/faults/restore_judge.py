@@ -60,8 +60,9 @@ def programmed_ends(module, names):
             if data.endswith(b"\xff" * module.page) and module.page_states(name)[(b + 1) * pages - 1] != 0]
 
 
-def judge(module, images, status, unreadable=()):
-    """Raises an AssertionError. `unreadable` are the blocks that a fault keeps from being read, for good."""
+def judge(module, images, status, unreadable=(), erases=True):
+    """Raises an AssertionError. `unreadable` are the blocks that a fault keeps from being read, for good. `erases`: no
+    fault keeps blocks from being erased."""
     assert status in OUTCOMES, f"exit status {status}"
     head, pages = module.good_blocks("userdata")[0], module.block // module.page
     armed, wrong = is_armed(module), wrong_targets(module, images, unreadable)
@@ -81,4 +82,6 @@ def judge(module, images, status, unreadable=()):
         first = split(module, module.dump("userdata"))[head]
         assert not first.strip(b"\xff") and TORN not in module.page_states("userdata")[head * pages : (head + 1) * pages], \
             "not disarmed"
+        torn = [(name, b) for name in images for b in module.good_blocks(name) if is_torn(module, name, b)]
+        assert not torn or not erases, f"torn blocks are left: {torn}"
         assert not programmed_ends(module, images), f"programmed with 0xFF: {programmed_ends(module, images)}"
