@@ -26,15 +26,20 @@ bool take_comment(std::string_view& text, std::string_view prefix, std::string_v
   return true;
 }
 
-// Takes a line of base64 that stands for exactly `size` bytes.
+// Takes a line of base64 that stands for exactly `size` bytes. libsodium's reader takes some characters for
+// others, so the bytes have to give the same line again.
 bool take_base64(std::string_view& text, uint8_t* bytes, size_t size) {
+  constexpr size_t kLongest = 128;
   std::string_view line;
   size_t decoded = 0;
-  const char* end = nullptr;
-  return take_line(text, line) &&
-         sodium_base642bin(bytes, size, line.data(), line.size(), nullptr, &decoded, &end,
-                           sodium_base64_VARIANT_ORIGINAL) == 0 &&
-         decoded == size && end == line.data() + line.size();
+  if (!take_line(text, line) || line.size() >= kLongest) return false;
+  if (sodium_base642bin(bytes, size, line.data(), line.size(), nullptr, &decoded, nullptr,
+                        sodium_base64_VARIANT_ORIGINAL) != 0 ||
+      decoded != size) {
+    return false;
+  }
+  char again[kLongest];
+  return line == sodium_bin2base64(again, sizeof again, bytes, size, sodium_base64_VARIANT_ORIGINAL);
 }
 
 const uint8_t* bytes_of(std::string_view text) {
