@@ -11,7 +11,7 @@ from daemons import apache, haproxy, lighttpd, tinyproxy, varnish
 from fetching import CHUNK, Signer, fetch, running, temporary_folder
 from module import Module
 from packages import expected_flash, images
-from servers import Nginx
+from servers import Nginx, free_port
 
 PACKAGE = images("system", 1_500_001, "boot", 100_001)
 DATA = PACKAGE.bytes()
@@ -58,6 +58,11 @@ class Servers(unittest.TestCase):
                 self.check(fill(origin), *words)
                 if "http2" in listen:
                     self.assertIn("HTTP/2.0", (origin.folder / "access.log").read_text())
+
+    def test_ipv6(self):
+        port = free_port()
+        with nginx(server=f"listen [::1]:{port};") as origin:
+            self.check(fill(origin).replace(f"127.0.0.1:{origin.port}", f"[::1]:{port}"))
 
     def test_client_certificate(self):
         make_certificate(FOLDER, "client")
