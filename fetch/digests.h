@@ -6,6 +6,9 @@
 //   sha256 HEX            for each chunk in order; the last one may be short
 //
 // Every line ends in LF, numbers are decimal without leading zeros, hexadecimal digits are lower case.
+//
+// Of libsodium, tarv-fetch calls only what works without sodium_init(), which would link in all that is
+// chosen there.
 #ifndef TARVOLIN_FETCH_DIGESTS_H
 #define TARVOLIN_FETCH_DIGESTS_H
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <sodium.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -25,10 +26,11 @@ sockaddr* general(sockaddr_in& address) {
   return reinterpret_cast<sockaddr*>(&address);
 }
 
+// Empty, with errno, when there is no entropy.
 std::string secret_path() {
   std::array<unsigned char, 16> bits;
-  randombytes_buf(bits.data(), bits.size());
   char hex[2 * sizeof bits + 1];
+  if (getrandom(bits.data(), bits.size(), 0) != static_cast<ssize_t>(bits.size())) return {};
   return std::string("/") + sodium_bin2hex(hex, sizeof hex, bits.data(), bits.size()) + "/package.img";
 }
 
@@ -59,6 +61,7 @@ feeder::~feeder() {
 int feeder::open(uint64_t length) {
   length_ = length;
   path_ = secret_path();
+  if (path_.empty()) return -1;
   listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   sockaddr_in address = {};
   address.sin_family = AF_INET;

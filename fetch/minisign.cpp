@@ -47,14 +47,15 @@ const uint8_t* bytes_of(std::string_view text) {
 }
 
 bool is_signed_by(const public_key& key, const std::array<uint8_t, 64>& bytes, std::string_view content) {
-  return crypto_sign_verify_detached(bytes.data(), bytes_of(content), content.size(), key.key.data()) == 0;
+  return crypto_sign_ed25519_verify_detached(bytes.data(), bytes_of(content), content.size(),
+                                             key.key.data()) == 0;
 }
 
 // The legacy form signs the content itself, the newer one its hash.
 bool content_is_signed_by(const public_key& key, const signature& given, std::string_view content) {
   if (!given.prehashed) return is_signed_by(key, given.bytes, content);
   std::array<uint8_t, 64> hash;
-  crypto_generichash(hash.data(), hash.size(), bytes_of(content), content.size(), nullptr, 0);
+  crypto_generichash_blake2b(hash.data(), hash.size(), bytes_of(content), content.size(), nullptr, 0);
   return is_signed_by(key, given.bytes, {reinterpret_cast<const char*>(hash.data()), hash.size()});
 }
 

@@ -202,9 +202,9 @@ std::optional<int> parse_options(int argc, char* argv[], options& given) {
 
 int64_t own_moment(const std::string& id, int64_t spread_seconds) {
   uint64_t hash = 0;
-  unsigned char bytes[crypto_generichash_BYTES];
-  crypto_generichash(bytes, sizeof bytes, reinterpret_cast<const unsigned char*>(id.data()), id.size(),
-                     nullptr, 0);
+  unsigned char bytes[crypto_generichash_blake2b_BYTES];
+  crypto_generichash_blake2b(bytes, sizeof bytes, reinterpret_cast<const unsigned char*>(id.data()),
+                             id.size(), nullptr, 0);
   for (size_t i = 0; i < sizeof hash; ++i) hash = hash << 8 | bytes[i];
   const auto span = static_cast<uint64_t>(spread_seconds) * 1000;
   return span == 0 ? 0 : static_cast<int64_t>(hash % span);

@@ -1,6 +1,6 @@
 #include "fetch/session.h"
 
-#include <sodium.h>
+#include <sys/random.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -23,6 +23,14 @@ milliseconds now_ms() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<milliseconds>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+// Good enough to spread waits: without entropy the clock has to do.
+uint32_t random_number() {
+  uint32_t number = 0;
+  if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+    number = static_cast<uint32_t>(now_ms());
+  return number;
 }
 
 std::string in_seconds(milliseconds time) {
@@ -189,7 +197,7 @@ int session::end_exchange(job& work, const exchange_end& end, milliseconds now) 
   if (found.what == verdict::refused) return refuse(what + found.why);
   next_try_ = now;
   if (found.what == verdict::at_once) return 0;
-  const milliseconds wait = patience_->wait_after_break(randombytes_random(), least);
+  const milliseconds wait = patience_->wait_after_break(random_number(), least);
   next_try_ += wait;
   news_.tell("broke", what + place_of(work) + ": " + found.why + "; goes on in " + in_seconds(wait),
              {{"position", work.position()}, {"wait_ms", static_cast<uint64_t>(wait)}});

@@ -1,6 +1,5 @@
 // tarv-fetch: brings a package over networks that break, proves it, and feeds it to the updater.
 #include <fcntl.h>
-#include <sodium.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -60,7 +59,6 @@ bool leave_data_volume(fetch::options& given) {
 int main(int argc, char* argv[]) {
   occupy_standard_descriptors();
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  if (sodium_init() < 0) return fetch::kRefused;
   fetch::options given;
   if (const auto status = fetch::parse_options(argc, argv, given)) return *status;
   if (!leave_data_volume(given)) return fetch::kRefused;
