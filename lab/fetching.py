@@ -2,6 +2,7 @@
 import contextlib
 import hashlib
 import json
+import os
 import pathlib
 import socket
 import struct
@@ -13,6 +14,8 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from module import BIN_DIR, Module
 
 CHUNK = 65536
+# What stands before a path of this machine on a simulated module.
+HOST = "" if os.environ.get("TARV_FLASH") == "mtd" else "/host"
 
 
 def digests(data, chunk=CHUNK):
@@ -140,10 +143,10 @@ class Origin:
 
 
 def command(module, *words, updater=None, program="tarv-fetch"):
-    """How tarv-fetch is started on a module. Files of the machine are at /host there."""
-    paths = [f"/host{word}" if isinstance(word, pathlib.Path) else str(word) for word in words]
+    """How tarv-fetch is started on a module. Paths of the machine's own files are pathlib's."""
+    paths = [f"{HOST}{word}" if isinstance(word, pathlib.Path) else str(word) for word in words]
     updater = updater or BIN_DIR / module.program
-    return [*module.command(program), "--updater", f"/host{updater}", *paths]
+    return [*module.command(program), "--updater", f"{HOST}{updater}", *paths]
 
 
 class Fetched:
@@ -156,10 +159,11 @@ class Fetched:
         return [json.loads(line) for line in self.output.splitlines()]
 
 
-def fetch(module, *words, updater=None, timeout=120, **options):
+def fetch(module, *words, updater=None, timeout=120, env=None):
     """A whole run."""
     return Fetched(subprocess.run(command(module, *words, updater=updater), capture_output=True, text=True,
-                                  errors="replace", timeout=timeout, check=False, stdin=subprocess.DEVNULL, **options))
+                                  errors="replace", timeout=timeout, check=False, stdin=subprocess.DEVNULL,
+                                  env=env or module.environment()))
 
 
 @contextlib.contextmanager
