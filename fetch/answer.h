@@ -10,8 +10,9 @@
 
 namespace fetch {
 
-constexpr size_t kMaxHeader = 128 * 1024;  // bytes of all header lines of one exchange, redirects included
-constexpr size_t kMaxValidator = 512;      // bytes of an ETag or date that is remembered
+constexpr size_t kMaxHeader =
+    size_t{128} * 1024;                // bytes of all header lines of one exchange, redirects included
+constexpr size_t kMaxValidator = 512;  // bytes of an ETag or date that is remembered
 
 // "bytes FIRST-LAST/TOTAL"
 struct content_range {

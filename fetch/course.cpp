@@ -65,7 +65,7 @@ judgement course::judge_range(const answer& given) {
   if (range.first > position_ || range.last < position_)
     return useless("the answer has the range from " + std::to_string(range.first) + ", not from " +
                    std::to_string(position_));
-  const judgement found = compare_file(given, range.total);
+  judgement found = compare_file(given, range.total);
   to_skip_ = position_ - range.first;
   return found;
 }
@@ -75,7 +75,7 @@ judgement course::judge_whole(const answer& given) {
     probing_ = true;
     return {verdict::at_once, "the answer does not tell the length"};
   }
-  const judgement found = compare_file(given, given.length);
+  judgement found = compare_file(given, given.length);
   to_skip_ = position_;
   return found;
 }

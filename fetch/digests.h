@@ -21,8 +21,8 @@
 
 namespace fetch {
 
-constexpr size_t kMaxDigestsText = 5 * 1024 * 1024;  // bytes
-constexpr uint32_t kMinChunk = 16 * 1024;            // bytes; chunks are powers of two
+constexpr size_t kMaxDigestsText = size_t{5} * 1024 * 1024;  // bytes
+constexpr uint32_t kMinChunk = 16 * 1024;                    // bytes; chunks are powers of two
 constexpr uint32_t kMaxChunk = 1024 * 1024;
 constexpr uint32_t kUsualChunk = 64 * 1024;  // the least that is chosen by itself
 constexpr uint64_t kMaxChunks = 65536;

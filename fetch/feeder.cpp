@@ -43,14 +43,14 @@ std::optional<bool> asks_for(std::string_view head, std::string_view path) {
   return head.size() >= wanted.size() && sodium_memcmp(head.data(), wanted.data(), wanted.size()) == 0;
 }
 
-std::optional<uid_t> owner_in(const char* line, const sockaddr_in& ours, const sockaddr_in& theirs) {
+std::optional<uid_t> owner_in(const char* line, const sockaddr_in& end, const sockaddr_in& other_end) {
   uint32_t local = 0, remote = 0, uid = 0;
   uint16_t local_port = 0, remote_port = 0;
   const int found = sscanf(
       line, "%*d: %8" SCNx32 ":%4" SCNx16 " %8" SCNx32 ":%4" SCNx16 " %*x %*x:%*x %*x:%*x %*x %" SCNu32,
       &local, &local_port, &remote, &remote_port, &uid);
-  if (found != 5 || local != ours.sin_addr.s_addr || remote != theirs.sin_addr.s_addr) return std::nullopt;
-  if (local_port != ntohs(ours.sin_port) || remote_port != ntohs(theirs.sin_port)) return std::nullopt;
+  if (found != 5 || local != end.sin_addr.s_addr || remote != other_end.sin_addr.s_addr) return std::nullopt;
+  if (local_port != ntohs(end.sin_port) || remote_port != ntohs(other_end.sin_port)) return std::nullopt;
   return uid;
 }
 
@@ -127,14 +127,14 @@ void feeder::accept_visitors(milliseconds now) {
 
 // Other users of the module can connect to the port, and could have read the path from a log.
 bool feeder::is_ours(int fd) const {
-  sockaddr_in here = {}, there = {};
-  socklen_t size = sizeof here;
-  if (getsockname(fd, general(here), &size) != 0 || getpeername(fd, general(there), &size) != 0) return false;
+  sockaddr_in own = {}, peer = {};
+  socklen_t size = sizeof own;
+  if (getsockname(fd, general(own), &size) != 0 || getpeername(fd, general(peer), &size) != 0) return false;
   FILE* const table = fopen("/proc/net/tcp", "re");
   if (table == nullptr) return false;
   std::optional<uid_t> owner;
   char line[512];
-  while (!owner && fgets(line, sizeof line, table) != nullptr) owner = owner_in(line, there, here);
+  while (!owner && fgets(line, sizeof line, table) != nullptr) owner = owner_in(line, peer, own);
   fclose(table);
   return owner == geteuid();
 }

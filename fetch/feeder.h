@@ -22,10 +22,10 @@ namespace fetch {
 // Whether this is the whole head of a GET request for `path`. Nothing while its end has not come.
 [[nodiscard]] std::optional<bool> asks_for(std::string_view head, std::string_view path);
 
-// The user of the process that holds the end `ours` of a TCP connection over IPv4 to `theirs`, from a line of
-// the kernel's table (/proc/net/tcp); nothing when the line is of another connection.
-[[nodiscard]] std::optional<uid_t> owner_in(const char* line, const sockaddr_in& ours,
-                                            const sockaddr_in& theirs);
+// The user of the process that holds `end` of a TCP connection over IPv4 to `other_end`, from a line of the
+// kernel's table (/proc/net/tcp); nothing when the line is of another connection.
+[[nodiscard]] std::optional<uid_t> owner_in(const char* line, const sockaddr_in& end,
+                                            const sockaddr_in& other_end);
 
 class feeder {
  public:

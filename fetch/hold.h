@@ -13,8 +13,8 @@
 
 namespace fetch {
 
-constexpr size_t kHoldSize = 64 * 1024;         // bytes
-constexpr milliseconds kDripInterval = 10'000;  // a third of the updater's patience
+constexpr size_t kHoldSize = size_t{64} * 1024;  // bytes
+constexpr milliseconds kDripInterval = 10'000;   // a third of the updater's patience
 
 class hold {
  public:

@@ -12,7 +12,7 @@
 namespace fetch {
 
 constexpr size_t kMaxSignatureText =
-    16 * 1024;  // bytes of a signature or key file; a comment is of any length
+    size_t{16} * 1024;  // bytes of a signature or key file; a comment is of any length
 
 struct public_key {
   std::array<uint8_t, 8> id = {};

@@ -40,7 +40,7 @@ void news::tell(const char* event, const std::string& text, std::initializer_lis
   for (const figure& one : figures)
     line += std::string(", \"") + one.name + "\": " + std::to_string(one.value);
   printf("%s}\n", line.c_str());
-  fflush(stdout);
+  (void)!fflush(stdout);
 }
 
 }  // namespace fetch

@@ -78,7 +78,7 @@ constexpr option kOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-constexpr uint64_t kMostSeconds = 366u * 86400u;
+constexpr uint64_t kMostSeconds = uint64_t{366} * 86400;
 constexpr uint64_t kLeastRate = 1024;  // less would look like silence
 
 int wrong_usage(const std::string& why) {

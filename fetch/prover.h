@@ -10,7 +10,7 @@
 
 namespace fetch {
 
-constexpr size_t kLargestPiece = 16 * 1024;  // bytes that libcurl hands over at once, at most
+constexpr size_t kLargestPiece = size_t{16} * 1024;  // bytes that libcurl hands over at once, at most
 
 class prover {
  public:

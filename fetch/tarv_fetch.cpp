@@ -15,7 +15,8 @@
 
 namespace {
 
-constexpr size_t kMaxPem = 4 * 1024 * 1024;  // bytes; all authorities of a distribution are some 200 KiB
+constexpr size_t kMaxPem =
+    size_t{4} * 1024 * 1024;  // bytes; all authorities of a distribution are some 200 KiB
 
 // As in the updater: sockets must not get the numbers of the standard descriptors.
 void occupy_standard_descriptors() {

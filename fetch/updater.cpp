@@ -43,6 +43,7 @@ int updater::start(const std::string& program, const std::string& url,
   std::vector<std::string> texts = {program, "--debug", "--url=" + url};
   texts.insert(texts.end(), options.begin(), options.end());
   std::vector<char*> words;
+  words.reserve(texts.size() + 1);
   for (std::string& text : texts) words.push_back(text.data());
   words.push_back(nullptr);
   int ends[2];
