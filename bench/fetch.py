@@ -5,11 +5,11 @@ import subprocess
 import tempfile
 import time
 
-from fetching import Origin, Signer, cut, digests
+from fetching import Origin, Signer, cut
 from module import BIN_DIR, MIB, Module
 from packages import Image, Package, noise
 from processor import stripped_size
-from servers import Nginx, free_port
+from servers import Nginx
 from table import Row, ratio
 from weight import weigh
 
@@ -46,7 +46,7 @@ def _fetch_alone(url, *words):
     return [BIN_DIR / "tarv-fetch", *words, "--check", url]
 
 
-def _times(folder, maker):
+def _times(maker):
     data = _package(SIZE)
     ways = {"signed": ["--key", f"/host{maker.public}"], "unsigned": ["--unsigned"], "alone": []}
     best = {}
@@ -105,4 +105,4 @@ def measure(arm_bin_dir):
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         maker = Signer(folder)
-        return _times(folder, maker) + _memory(maker) + _resumed(folder, maker) + [stripped_size(arm_bin_dir, "tarv-fetch", 160)]
+        return _times(maker) + _memory(maker) + _resumed(folder, maker) + [stripped_size(arm_bin_dir, "tarv-fetch", 160)]
