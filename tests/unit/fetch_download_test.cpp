@@ -32,12 +32,16 @@ struct reply {
   bool whole = true;
 };
 
+std::string tail(const std::string& file, uint64_t first) {
+  return file.substr(static_cast<size_t>(first));
+}
+
 reply ranged(const std::string& file, uint64_t first, uint64_t last, const std::string& etag = "\"1\"") {
   return {{"HTTP/2 206",
            "content-range: bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" +
                std::to_string(file.size()),
            "ETag: " + etag},
-          file.substr(first, last - first + 1)};
+          file.substr(static_cast<size_t>(first), static_cast<size_t>(last - first + 1))};
 }
 
 reply honest(const std::string& file, const request& wanted, const std::string& etag = "\"1\"") {
@@ -115,7 +119,7 @@ struct paper_network {
   int requests = 0;
 };
 
-reply cut(reply whole, uint64_t length) {
+reply cut(reply whole, size_t length) {
   if (length < whole.body.size()) {
     whole.body.resize(length);
     whole.whole = false;
@@ -129,7 +133,7 @@ void check_break(const std::string& file, uint64_t place) {
     paper_network net(file, is_signed);
     const auto server = [&](const request& wanted) {
       const reply whole = honest(file, wanted);
-      return net.requests == 1 ? cut(whole, place) : whole;
+      return net.requests == 1 ? cut(whole, static_cast<size_t>(place)) : whole;
     };
     EXPECT_EQ(net.run(server).what, verdict::usable);
     EXPECT_TRUE(net.out == file) << place;
@@ -172,11 +176,11 @@ TEST(FetchDownload, AnswersAreUsedOrRefused) {
       {"a byte at a time", refused, either, [&](const request& r) { return ranged(file, *r.from, *r.from); }},
       {"shifted by one", refused, either,
        [&](const request& r) {
-         return reply{ranged(file, *r.from, size - 1).header, file.substr(*r.from - 1)};
+         return reply{ranged(file, *r.from, size - 1).header, tail(file, *r.from - 1)};
        }},
       {"more than it says", right, right,
        [&](const request& r) {
-         return reply{ranged(file, *r.from, size - 1).header, file.substr(*r.from) + other};
+         return reply{ranged(file, *r.from, size - 1).header, tail(file, *r.from) + other};
        }},
       {"several parts", refused, refused,
        [&](const request&) {
@@ -184,9 +188,9 @@ TEST(FetchDownload, AnswersAreUsedOrRefused) {
        }},
       {"another total", refused, refused, [&](const request& r) { return ranged(other, *r.from, size - 1); }},
       {"another file", refused, refused,
-       [&](const request& r) { return ranged(std::string(size, 'x'), *r.from, size - 1, "\"2\""); }},
+       [&](const request& r) { return ranged(std::string(file.size(), 'x'), *r.from, size - 1, "\"2\""); }},
       {"another file, whole", refused, refused,
-       [&](const request&) { return honest(std::string(size, 'x'), {}, "\"2\""); }},
+       [&](const request&) { return honest(std::string(file.size(), 'x'), {}, "\"2\""); }},
       {"the same under another validator", right, refused,
        [&](const request& r) { return honest(file, r, "\"2\""); }},
       {"compressed", refused, refused,
