@@ -1,4 +1,4 @@
-"""Real servers and proxies on loopback, on free ports and in folders of their own: what stands between a package and a module."""
+"""Real servers and proxies on loopback, on free ports and in folders of their own."""
 import contextlib
 import pathlib
 import socket
@@ -45,7 +45,7 @@ LogFile "{folder}/log"
 
 
 class Daemon:
-    """A program that serves `port`. `text` is its configuration; {folder}, {root}, {port} and {origin} are filled in."""
+    """A program that serves `port`, configured by `text`. {folder}, {root}, {port} and {origin} are filled in."""
 
     def __init__(self, words, text="", origin=None):
         self.temp = tempfile.TemporaryDirectory(prefix="tarv-daemon-", ignore_cleanup_errors=True)
@@ -99,8 +99,8 @@ def haproxy(origin):
 
 
 def varnish(origin):
-    return Daemon([UNPACKED / "sbin/varnishd", "-F", "-a", "127.0.0.1:{port}", "-b", "127.0.0.1:{origin}", "-n", "{folder}/work",
-                   "-s", "malloc,64m"], origin=origin)
+    return Daemon([UNPACKED / "sbin/varnishd", "-F", "-a", "127.0.0.1:{port}", "-b", "127.0.0.1:{origin}",
+                   "-n", "{folder}/work", "-s", "malloc,64m"], origin=origin)
 
 
 def tinyproxy():
