@@ -57,7 +57,9 @@ std::string folded(const std::string& words) {
 
 void add_create(CLI::App& app, words& given) {
   CLI::App& create = *app.add_subcommand("create", "Make a package from image files");
-  create.add_option("-o,--output", given.output, "Package file to make")->required()->type_name("FILE");
+  create.add_option("-o,--output", given.output, "Package file to make, - for standard output")
+      ->required()
+      ->type_name("FILE");
   create.add_option("--manifest", given.manifest, "Take images and version from this text file")
       ->type_name("FILE");
   create.add_option("--version", given.version, "Version text, begins with the project id")
@@ -162,6 +164,6 @@ int run_command_line(int argc, char* argv[]) {
       "  tarv-pkg create --version 31406-1.2 -o package.img boot=boot.img tz=tz.img\n"
       "Exit status:\n"
       "  0 done; 1 refused, a fault found, or a file that cannot be read or written;\n"
-      "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble");
+      "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble; 130 interrupted");
   return take_command_line(app, argc, argv, stdout, [&] { return do_job(app, given); });
 }
