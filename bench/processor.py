@@ -28,12 +28,13 @@ def checksum_on_arm(bin_dir, sysroot):
                 ">= 2.5")]
 
 
-def size_on_arm(bin_dir, prefix="arm-linux-gnueabihf-"):
+def size_on_arm(bin_dir, program="tarvolin", limit=120, prefix="arm-linux-gnueabihf-"):
+    """`limit` is in KiB."""
     with tempfile.TemporaryDirectory() as folder:
-        stripped = pathlib.Path(folder) / "tarvolin"
-        subprocess.run([prefix + "strip", "-o", stripped, bin_dir / "tarvolin"], check=True)
+        stripped = pathlib.Path(folder) / program
+        subprocess.run([prefix + "strip", "-o", stripped, bin_dir / program], check=True)
         size = stripped.stat().st_size
         dynamic = subprocess.check_output([prefix + "readelf", "-d", stripped], text=True)
     needed = re.findall(r"\(NEEDED\).*\[(.*?)\]", dynamic)
-    return [Row("Program for 32-bit ARM, stripped", f"{size:,} bytes", "needs " + ", ".join(needed), size / 1024,
-                "<= 120")]
+    return [Row(f"{program} for 32-bit ARM, stripped", f"{size:,} bytes", "needs " + ", ".join(needed), size / 1024,
+                f"<= {limit}")]

@@ -24,8 +24,8 @@ def visit(arch, bin_dir, *parts):
             (share / f"{name}.pkg").write_bytes(package.bytes())
             (share / f"{name}.img").write_bytes(package.images[0].data)
         shutil.copytree(HERE, share / "bench")
-        if (bin_dir / "tarvolin-timed").exists():
-            shutil.copy(bin_dir / "tarvolin-timed", share)
+        for program in bin_dir.glob("*-timed"):
+            shutil.copy(program, share)
         subprocess.run([GUEST, arch, bin_dir, "-t", "540", share,
                         "env", "PYTHONPATH=.:bench", "python3", "-B", "bench/road_guest.py", *parts], check=True)
         return json.loads((share / "road.json").read_text())

@@ -3,7 +3,7 @@
 function(add_layer)
   get_filename_component(name ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   add_library(tarvolin_${name} STATIC ${ARGN})
-  target_compile_options(tarvolin_${name} PRIVATE -fno-exceptions -fno-rtti)
+  target_compile_options(tarvolin_${name} PRIVATE -fno-exceptions -fno-rtti -ffunction-sections -fdata-sections)
   target_link_libraries(tarvolin_${name} PUBLIC tarvolin_flags)
   file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
   file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/layers row REGEX "^${folder}/:")

@@ -147,9 +147,10 @@ int failed() {
   return -1;
 }
 
-// Half of `length`, in whole pages, at least one.
+// Half of `length`, in whole pages, at least one unless there is none.
 size_t half(size_t length) {
   const size_t page = sim().nand.page_size();
+  if (length < page) return length / 2;
   return std::max(page, length / 2 / page * page);
 }
 

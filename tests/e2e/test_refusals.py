@@ -3,7 +3,7 @@ import unittest
 
 from lab.module import KIB, without
 from lab.packages import Image, Package, images, no_images, noise
-from lab.servers import ScriptedServer, header
+from lab.servers import ScriptedServer, header, serve
 from lab.sim_module import SimModule
 from lab.store_record import RESTORE
 
@@ -111,21 +111,21 @@ class Refusals(unittest.TestCase):
                 self.assertTrue(module.is_untouched())
 
     def test_stages(self):
-        for status, log, images, *faults in STAGE_FAILURES:
-            with self.subTest(log, images=[i.name for i in images]), SimModule(faults="".join(faults)) as module:
+        for status, log, contents, *faults in STAGE_FAILURES:
+            with self.subTest(log, images=[i.name for i in contents]), SimModule(faults="".join(faults)) as module:
                 files = HEAD_TAKEN + ["download_time"] * (status < 255) + ["check_time"] * (status == 253)
-                files += [i.saved_name() for i in images if i.name in ("boot", "sbl", "tz") and i.data]
-                files += ["pt_type"] * (images[0].name == "recovery")
-                self.refuse(module, Package(images), status, files, log, length(Package(images)))
+                files += [i.saved_name() for i in contents if i.name in ("boot", "sbl", "tz") and i.data]
+                files += ["pt_type"] * (contents[0].name == "recovery")
+                self.refuse(module, Package(contents), status, files, log, length(Package(contents)))
                 self.assertFalse(module.dump("userdata").startswith(RESTORE.to_bytes(4, "little")))
                 changed = {name for name in module.partitions if module.dump(name) != module.initial(name)}
-                self.assertLessEqual(changed, {"userdata", *(i.name for i in images if i.name != "system")})
+                self.assertLessEqual(changed, {"userdata", *(i.name for i in contents if i.name != "system")})
 
     def test_head_record_that_is_not_taken(self):
         """Over the armed store of this very package: nothing behind the record's block changes, and none is armed anew."""
         package = images("system", 300_000, "boot", 5_000)
         for faults, store in HEAD_FAULTS:
-            with self.subTest(faults), SimModule() as module, ScriptedServer([header(length(package)) + package.bytes()]) as server:
+            with self.subTest(faults), SimModule() as module, serve(package.bytes()) as server:
                 self.assertEqual(module.run(server.url()).status, 0)
                 before = module.dumps()
                 module.set_faults(faults)

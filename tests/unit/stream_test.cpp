@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "main/run/record.h"
-#include "store/partition_groups.h"
 #include "store/head_block.h"
+#include "store/partition_groups.h"
 #include "store/space.h"
 #include "tests/unit/simulated_module.h"
 
