@@ -4,6 +4,7 @@
 #include <optional>
 #include <sstream>
 
+#include "base/version.h"
 #include "store/partition_groups.h"
 #include "tools/common/command_line.h"
 #include "tools/common/refusal.h"
@@ -159,7 +160,7 @@ int do_job(const CLI::App& app, const words& given) {
 int run_command_line(int argc, char* argv[]) {
   CLI::App app("Makes, shows, checks, compares and takes apart firmware packages.", "tarv-pkg");
   words given;
-  app.set_version_flag("-V,--version", "tarv-pkg " TARVOLIN_VERSION);
+  app.set_version_flag("-V,--version", std::string("tarv-pkg ") + version_text);
   app.require_subcommand(1);  // exactly one: a package may well be called "show"
   add_create(app, given);
   add_readers(app, given);

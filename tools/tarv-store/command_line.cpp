@@ -3,6 +3,7 @@
 #include <charconv>
 #include <optional>
 
+#include "base/version.h"
 #include "tools/common/command_line.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/dump.h"
@@ -79,7 +80,7 @@ void do_job(const CLI::App& app, const words& given, FILE* out) {
 int run_command_line(int argc, char* argv[], FILE* out) {
   CLI::App app("Shows, verifies and draws a store, takes out images; never writes to flash.", "tarv-store");
   words given;
-  app.set_version_flag("-V,--version", "tarv-store " TARVOLIN_VERSION);
+  app.set_version_flag("-V,--version", std::string("tarv-store ") + version_text);
   app.require_subcommand(1);
   app.footer(
       "Exit status:\n"

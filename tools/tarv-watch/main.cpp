@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 
+#include "base/version.h"
 #include "main/run/run_directory.h"
 #include "tools/common/command_line.h"
 #include "tools/common/exit_status.h"
@@ -72,7 +73,7 @@ int follow(int argc, char* argv[]) {
       ->type_name("SECONDS");
   app.add_flag("--new", order.only_new, "Wait for a run that begins from now on");
   app.add_flag("--json", as_json, "Print one JSON object a line for each change");
-  app.set_version_flag("-V,--version", "tarv-watch " TARVOLIN_VERSION);
+  app.set_version_flag("-V,--version", std::string("tarv-watch ") + version_text);
   app.footer(kFooter);
   const int status = take_command_line(app, argc, argv, stdout, [&] {
     // The usual pid file belongs to the usual run directory.
