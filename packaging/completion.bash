@@ -1,4 +1,4 @@
-# Bash completion for tarvolin, tarv-pkg, tarv-restore, tarv-store and tarv-watch. What the tools take is read from their --help.
+# Bash completion for tarvolin, tarv-fetch, tarv-pkg, tarv-restore, tarv-store and tarv-watch. What the tools take is read from their --help.
 # shellcheck shell=bash
 
 # _tarv_help TOOL [SUBCOMMAND]: what its help lists, one a line: "OPTION TYPE", "operand TYPE", "command NAME" and
@@ -65,4 +65,4 @@ _tarv_complete() {
   mapfile -t COMPREPLY < <(compgen "${choices[@]}" -- "$word")
 }
 
-complete -F _tarv_complete tarvolin tarv-pkg tarv-restore tarv-store tarv-watch
+complete -F _tarv_complete tarvolin tarv-fetch tarv-pkg tarv-restore tarv-store tarv-watch

@@ -1,4 +1,4 @@
-# The Debian packages "tarvolin" and "tarvolin-tools": ./dev package makes and tries them.
+# The Debian packages "tarvolin", "tarvolin-fetch" and "tarvolin-tools": ./dev package makes and tries them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tarvolin)
 set(CPACK_PACKAGE_CONTACT "tarvolin maintainers <tarvolin@localhost>" CACHE STRING "Maintainer of the packages")
@@ -16,7 +16,7 @@ set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
 # Without "mount" and "ubinfo", /data would pass for released, and be erased under those who use it.
 set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS "mount, mtd-utils, psmisc")
 set(CPACK_DEBIAN_UPDATER_PACKAGE_RECOMMENDS ca-certificates)
-set(CPACK_DEBIAN_UPDATER_PACKAGE_SUGGESTS tarvolin-tools)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_SUGGESTS "tarvolin-fetch, tarvolin-tools")
 set(CPACK_COMPONENT_UPDATER_DESCRIPTION "firmware updater for cellular modules on raw NAND flash
 Started with the URL of a firmware package, tarvolin downloads it over HTTP or
 HTTPS, checks it, and either installs its images or leaves them, verified, in a
@@ -25,6 +25,17 @@ file. From the store, tarv-restore puts them into their partitions at the next
 start.
 .
 These programs overwrite the firmware of the machine that they are started on.")
+
+set(CPACK_DEBIAN_FETCH_PACKAGE_NAME tarvolin-fetch)
+set(CPACK_DEBIAN_FETCH_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_FETCH_PACKAGE_DEPENDS tarvolin)
+set(CPACK_DEBIAN_FETCH_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_FETCH_PACKAGE_SUGGESTS minisign)
+set(CPACK_DEBIAN_FETCH_PACKAGE_ENHANCES tarvolin)
+set(CPACK_COMPONENT_FETCH_DESCRIPTION "signed firmware packages over networks that break, for tarvolin
+tarv-fetch brings a firmware package over HTTP or HTTPS, goes on where a broken
+connection ended, proves every byte by the signature of who made the package,
+and feeds the updater, which it starts itself.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarvolin-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -41,5 +52,6 @@ include(CPack)
 cpack_add_component(updater GROUP updater)
 cpack_add_component(restore GROUP updater)
 cpack_add_component(doc GROUP updater)
+cpack_add_component(fetch GROUP fetch)
 cpack_add_component(watch GROUP tools)
 cpack_add_component(tools GROUP tools)

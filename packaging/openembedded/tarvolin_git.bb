@@ -30,19 +30,23 @@ inherit cmake
 
 EXTRA_OECMAKE = "-DTARVOLIN_TESTS=OFF -DTARVOLIN_HARDENED=ON"
 
-# PACKAGECONFIG:append:pn-tarvolin = " tools" builds tarv-watch, tarv-pkg and tarv-store, too (cli11 is in meta-oe);
+# PACKAGECONFIG:append:pn-tarvolin = " fetch" builds tarv-fetch, too; " tools" builds tarv-watch, tarv-pkg and tarv-store (cli11 is in meta-oe);
 # " static-runtime" makes an updater that needs no libstdc++.so.
 PACKAGECONFIG ?= ""
-PACKAGECONFIG[tools] = "-DTARVOLIN_TOOLS=ON,-DTARVOLIN_TOOLS=OFF,cli11"
+PACKAGECONFIG[fetch] = "-DTARVOLIN_FETCH=ON,-DTARVOLIN_FETCH=OFF,libsodium"
+PACKAGECONFIG[tools] = "-DTARVOLIN_TOOLS=ON,-DTARVOLIN_TOOLS=OFF,cli11 libsodium"
 PACKAGECONFIG[static-runtime] = "-DTARVOLIN_STATIC_RUNTIME=ON,-DTARVOLIN_STATIC_RUNTIME=OFF"
 
 # tarv-restore is for an initramfs: IMAGE_INSTALL:append = " tarvolin-restore" in that image.
-PACKAGES =+ "${PN}-restore ${PN}-watch ${PN}-tools"
+PACKAGES =+ "${PN}-fetch ${PN}-restore ${PN}-watch ${PN}-tools"
 FILES:${PN}-restore = "${sbindir}/tarv-restore"
+FILES:${PN}-fetch = "${sbindir}/tarv-fetch"
 FILES:${PN}-watch = "${bindir}/tarv-watch"
 FILES:${PN}-tools = "${bindir}/tarv-pkg ${bindir}/tarv-store"
 FILES:${PN} += "${datadir}/bash-completion"
 
 # What a run calls: see docs/integration.md. Without ubinfo a /data in use would pass for released.
+RDEPENDS:${PN}-fetch = "${PN}"
+RRECOMMENDS:${PN}-fetch = "ca-certificates"
 RDEPENDS:${PN} = "mtd-utils-ubifs psmisc"
 RRECOMMENDS:${PN} = "ca-certificates"

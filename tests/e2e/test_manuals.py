@@ -8,8 +8,9 @@ import unittest
 from lab.module import BIN_DIR, REPOSITORY
 
 COMMANDS = {  # of each tool, with what they cannot do without
-    "tarv-watch": {}, "tarv-restore": {}, "tarv-store": {"show": "", "verify": "", "extract": "0 -o x", "map": ""},
-    "tarv-pkg": {"create": "-o x", "show": "x", "check": "x", "diff": "x x", "extract": "-o x x"}}
+    "tarv-watch": {}, "tarv-fetch": {}, "tarv-restore": {},
+    "tarv-store": {"show": "", "verify": "", "extract": "0 -o x", "map": ""},
+    "tarv-pkg": {"create": "-o x", "show": "x", "check": "x", "diff": "x x", "digests": "x", "extract": "-o x x"}}
 COMPLETE = """PATH='%s':$PATH; . '%s/packaging/completion.bash'; COMP_WORDS=(%s); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 _tarv_complete "$COMP_WORDS" "${COMP_WORDS[-1]}"; printf '%%s\\n' "${COMPREPLY[@]}" """
 

@@ -10,6 +10,7 @@
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/create.h"
 #include "tools/tarv-pkg/diff.h"
+#include "tools/tarv-pkg/digests.h"
 #include "tools/tarv-pkg/extract.h"
 #include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/partition_names.h"
@@ -91,6 +92,9 @@ void add_readers(CLI::App& app, words& given) {
   diff.footer("Exit status: 0 the same, 1 different, 2 trouble");
   for (CLI::App* const command : {&show, &diff})
     command->add_flag("--json", given.as_json, "Print it as JSON");
+  add_reader(app, "digests", "Write what proves a package chunk by chunk", given)
+      .add_option("-o,--output", given.output, "File to make, default PACKAGE.digests")
+      ->type_name("FILE");
   add_reader(app, "extract", "Write images and a manifest into a folder", given)
       .add_option("-o,--output", given.output, "Folder, made if it is not there")
       ->required()
@@ -142,6 +146,7 @@ int do_job(const CLI::App& app, const words& given) {
   if (app.got_subcommand("create")) create_package(order_of(given));
   if (app.got_subcommand("show")) show_package(given.file, given.as_json);
   if (app.got_subcommand("check")) check_package(given.file);
+  if (app.got_subcommand("digests")) write_digests(given.file, given.output);
   if (app.got_subcommand("extract")) extract_package(given.file, given.output);
   if (!app.got_subcommand("diff")) return kDone;
   return diff_packages(given.file, given.other_file, given.as_json) ? kDifferent : kDone;

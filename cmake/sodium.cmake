@@ -1,0 +1,12 @@
+# The target "sodium": libsodium, as a library of the system, or linked in.
+option(TARVOLIN_STATIC_SODIUM "Link libsodium into what uses it: the module needs no libsodium.so" OFF)
+if(TARVOLIN_STATIC_SODIUM)
+  set(sodium_names libsodium.a)
+else()
+  set(sodium_names sodium)
+endif()
+find_path(SODIUM_INCLUDE_DIR sodium.h REQUIRED)
+find_library(SODIUM_LIBRARY NAMES ${sodium_names} REQUIRED)
+add_library(sodium INTERFACE)
+target_include_directories(sodium SYSTEM INTERFACE ${SODIUM_INCLUDE_DIR})
+target_link_libraries(sodium INTERFACE ${SODIUM_LIBRARY})
