@@ -28,7 +28,7 @@ def checksum_on_arm(bin_dir, sysroot):
                 ">= 2.5")]
 
 
-def size_on_arm(bin_dir, program="tarvolin", limit=120, prefix="arm-linux-gnueabihf-"):
+def stripped_size(bin_dir, program, limit, prefix="arm-linux-gnueabihf-"):
     """`limit` is in KiB."""
     with tempfile.TemporaryDirectory() as folder:
         stripped = pathlib.Path(folder) / program
@@ -36,5 +36,9 @@ def size_on_arm(bin_dir, program="tarvolin", limit=120, prefix="arm-linux-gnueab
         size = stripped.stat().st_size
         dynamic = subprocess.check_output([prefix + "readelf", "-d", stripped], text=True)
     needed = re.findall(r"\(NEEDED\).*\[(.*?)\]", dynamic)
-    return [Row(f"{program} for 32-bit ARM, stripped", f"{size:,} bytes", "needs " + ", ".join(needed), size / 1024,
-                f"<= {limit}")]
+    return Row(f"{program} for 32-bit ARM, stripped", f"{size:,} bytes", "needs " + ", ".join(needed), size / 1024,
+               f"<= {limit}")
+
+
+def size_on_arm(bin_dir):
+    return [stripped_size(bin_dir, "tarvolin", 120), stripped_size(bin_dir, "tarv-restore", 64)]

@@ -24,7 +24,7 @@ endif()
 option(TARVOLIN_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 if(TARVOLIN_SANITIZE)
   target_compile_options(tarvolin_flags INTERFACE
-    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer) # vptr needs RTTI
   target_link_options(tarvolin_flags INTERFACE -fsanitize=address,undefined)
 endif()
 

@@ -59,6 +59,8 @@ class network {
   // Ends it without a word.
   void stop();
   bool busy() const { return busy_; }
+  // Nothing is under way, and no end waits to be taken.
+  bool idle() const { return !busy_ && !end_; }
 
   // Sleeps until something happens on the network or on `others`, or for `timeout`; then does what is to be
   // done.

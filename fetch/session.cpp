@@ -154,8 +154,11 @@ int session::fetch(job& work) {
   last_position_ = work.position();
   while (!work.complete()) {
     const milliseconds now = now_ms();
-    if (!network_.busy() && now >= next_try_) network_.start(work.url(), work.next_request(), work, now);
-    wait_until(std::min(network_.busy() ? network_.silence_deadline() : next_try_, patience_->deadline()));
+    if (network_.idle() && now >= next_try_) network_.start(work.url(), work.next_request(), work, now);
+    milliseconds until = patience_->deadline();
+    if (network_.busy()) until = std::min(until, network_.silence_deadline());
+    if (network_.idle()) until = std::min(until, next_try_);
+    wait_until(until);
     const int status = make_progress(work, now_ms());
     if (status != 0) return status;
     if (is_cut_short()) return cut_short();
@@ -173,8 +176,9 @@ int session::make_progress(job& work, milliseconds now) {
   if (status == 0 && work.has_verdict() && network_.busy()) {
     network_.stop();
     status = end_exchange(work, {}, now);
-  } else if (const auto end = network_.take_end(); status == 0 && end) {
-    status = end_exchange(work, *end, now);
+  } else if (status == 0 && work.has_room()) {
+    // Not before: what came last may still be proven when the updater has made room for what came before.
+    if (const auto end = network_.take_end()) status = end_exchange(work, *end, now);
   }
   if (status != 0) return status;
   // A wait for the updater, which writes to flash, is no outage.

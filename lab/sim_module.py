@@ -51,6 +51,35 @@ class SimModule(Module):
     def dump(self, name):
         return (self.flash / self._file(name)).read_bytes()
 
+    def split(self, flash):
+        return [flash[at : at + self.block] for at in range(0, len(flash), self.block)]
+
+    def page_states(self, name):
+        """A byte for each page: 0 erased, 1 programmed, 2 torn."""
+        return (self.flash / self._file(name)).with_suffix(".pages").read_bytes()
+
+    def lay_flash(self, pages=None):
+        """Makes flash what it was before the first run, with these states of pages (name: bytes) or all programmed."""
+        for name, size in self.partitions.items():
+            path = self.flash / self._file(name)
+            path.with_suffix(".pages").write_bytes(pages[name] if pages else b"\1" * (size // self.page))
+            with path.open("r+b") as file:  # not cut first: that takes longer
+                file.write(self.initial(name))
+        for name in "violation", "marked":
+            (self.flash / name).unlink(missing_ok=True)
+
+    def _lines(self, name):
+        path = self.flash / name
+        return path.read_text().splitlines() if path.exists() else []
+
+    def marked(self):
+        """The blocks that faults have left marked bad, as (partition, number)."""
+        return {(name, int(block)) for _, name, block in map(str.split, self._lines("marked"))}
+
+    def struck(self):
+        """The lines of the fault plan that have struck in the last run."""
+        return self._lines("struck")
+
     def counts(self):
         """Operations on flash of the last run."""
         lines = (self.flash / "counts").read_text().split("\n")

@@ -266,7 +266,7 @@ class Surroundings(FetchTest):
         with SimModule() as module, Origin(files or FILES, plan, rest) as origin:
             wanted = ["--key", MAKER.public, *words, origin.url(), "--", "--version", "31405"]
             with running(module, *wanted, updater=RECORD) as process:
-                deadline = time.monotonic() + 20
+                self.origin, deadline = origin, time.monotonic() + 20
                 while not (module.folder / "tmp" / "url").exists():
                     self.assertLess(time.monotonic(), deadline)
                     time.sleep(0.02)
@@ -304,6 +304,16 @@ class Surroundings(FetchTest):
                 socket.create_connection(("127.0.0.1", port), 1)
             for connection in silent:
                 connection.close()
+
+    def test_package_that_fits_between_the_two(self):
+        """All of it has come before the updater asks: nothing is asked for twice, though the last chunk waits unproven."""
+        data = noise(5 * 16384 + 100)
+        with self.waiting(files=MAKER.files(data, chunk=16384)) as (module, process, _):
+            time.sleep(1)
+            self.go(module)
+            self.assertEqual((process.wait(20), self.got(module) == data), (0, True))
+            self.assertEqual(process.stderr.read().count("goes on in"), 0)
+            self.assertEqual(len(self.origin.requests), 3)
 
     def test_second_connection_finds_no_door(self):
         with self.waiting(plan=[cut(3 * CHUNK)], rest=cut(3 * CHUNK, stall=3)) as (module, process, url):

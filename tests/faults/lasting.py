@@ -7,7 +7,7 @@ from collections import Counter, namedtuple
 
 from judge import OUTCOMES, Before, judge_lasting
 from lab.expected import capacity
-from lane import MODULES, PACKAGE
+from lab.swept_module import MODULES, PACKAGE
 
 SORTS = {  # of faults: the operation and what becomes of it
     "erase never works": ("erase", "refused"), "program never works": ("program", "refused"),

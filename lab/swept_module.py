@@ -1,4 +1,4 @@
-"""The module of the fault sweep, on which an update runs again and again, and what the update is."""
+"""The module on which the fault sweep runs an update again and again, and what the update is."""
 import errno
 import os
 import shutil
@@ -22,7 +22,7 @@ SECONDS = 10  # longer than any run takes
 LIBRARY = BIN_DIR.parent / "interpose.so"
 
 
-class Lane(SimModule):
+class SweptModule(SimModule):
     """A module that is made anew for each case, with a server. Its file system stays, so that runs begin quickly."""
 
     block, page, package = 512 * KIB, 4 * KIB, PACKAGE
@@ -51,27 +51,9 @@ class Lane(SimModule):
             mixed[name] = b"".join(new if new.strip(b"\xff") else stale for stale, new in pairs)
         return mixed
 
-    def split(self, flash):
-        return [flash[at : at + self.block] for at in range(0, len(flash), self.block)]
-
-    def page_states(self, name):
-        return (self.flash / self._file(name)).with_suffix(".pages").read_bytes()
-
-    def marked(self):
-        """The blocks that faults have left marked bad, as (partition, number)."""
-        path = self.flash / "marked"
-        lines = path.read_text().splitlines() if path.exists() else []
-        return {(name, int(block)) for _, name, block in map(str.split, lines)}
-
     def reset(self, kind="another update's store"):
         self._initial, self.bad = self.states[kind], {name: set(blocks) for name, blocks in BAD.items()}
-        for name, size in self.partitions.items():
-            path = self.flash / self._file(name)
-            path.with_suffix(".pages").write_bytes(b"\1" * (size // self.page))
-            with path.open("r+b") as file:  # not cut first: that takes longer
-                file.write(self.initial(name))
-        for name in "violation", "marked":
-            (self.flash / name).unlink(missing_ok=True)
+        self.lay_flash()
         shutil.rmtree(self.run_dir, ignore_errors=True)
 
     def command(self, program):
@@ -93,8 +75,3 @@ class Lane(SimModule):
         for name, block in self.marked():
             self.bad.setdefault(name, set()).add(block)
         return status
-
-    def struck(self):
-        """The lines of the plan that have struck in the last run."""
-        path = self.flash / "struck"
-        return path.read_text().splitlines() if path.exists() else []
