@@ -17,6 +17,7 @@ int check_image(const store_head_image& image, uint32_t i, store_fault& fault) {
              i, image.name);
     return -1;
   }
+  // In 64 bits: a size just below 4 GiB wraps when it is rounded up.
   const uint64_t filled_up = uint64_t{image.size} + store_padding(image.size);
   if (image.size_algin != filled_up) {
     snprintf(fault.text, sizeof fault.text,
@@ -41,6 +42,7 @@ int check_images(const store_head_record& record, store_fault& fault) {
 
 // The record has no slot for the last count: it is what the others leave.
 int fill_counts(const store_head_record& record, store_counts& counts, store_fault& fault) {
+  // In 64 bits: eight hostile sizes and three hostile counts would wrap 32.
   uint64_t total = 0;
   for (uint32_t i = 0; i < record.image_num; ++i) total += record.images[i].size_algin;
   uint64_t told = 0;
