@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/version.h"
 #include "fetch/exit_status.h"
 #include "fetch/news.h"
 #include "fetch/number.h"
@@ -183,7 +184,7 @@ std::optional<int> parse_options(int argc, char* argv[], options& given) {
   const auto count = static_cast<int>(end - argv);
   for (int c; (c = getopt_long(count, argv, ":k:hV", kOptions, nullptr)) != -1;) {
     if (c == 'h') return printf("%s", kHelp) < 0 ? kRefused : kDone;
-    if (c == 'V') return printf("tarv-fetch " TARVOLIN_VERSION "\n") < 0 ? kRefused : kDone;
+    if (c == 'V') return printf("tarv-fetch %s\n", version_text) < 0 ? kRefused : kDone;
     const std::string word = argv[optind - 1];
     if (c == '?') return wrong_usage("unknown option: " + word);
     if (c == ':') return wrong_usage("option without its value: " + word);

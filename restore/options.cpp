@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "base/version.h"
+
 namespace restore {
 
 namespace {
@@ -63,7 +65,7 @@ command read_options(int argc, char* argv[], options& given) {
         fputs(kHelp, stdout);
         return is_written() ? command::stop : command::refuse;
       case 'V':
-        puts("tarv-restore " TARVOLIN_VERSION);
+        printf("tarv-restore %s\n", version_text);
         return is_written() ? command::stop : command::refuse;
       case kPidFile:
         given.pid_file = optarg;

@@ -118,10 +118,11 @@ class Docs(unittest.TestCase):
             history = ["IDLE", "DOWNLOAD", "CHECK", "INSTALL"]
             history = history[:history.index(stage[1].upper()) + 1] if stage else history
             files = {"status_str": "".join(f"TARV_STATUS_{name}\n" for name in history + [word] * (word != "GONE")),
-                     "status": status, "total_time": "7", "fail_reason": "<reason>" * ("<reason>" in text)}
+                     "status": "2" if word == "GONE:" else status, "pid": "1\0", "total_time": "7",
+                     "fail_reason": "<reason>" * ("<reason>" in text)}
             for name, content in files.items():
                 (self.folder / name).write_text(content)
-            shown = self.tool("tarv-watch", "--dir", ".", "--pid-file", "none", "--wait", "1", status=int(returned))
+            shown = self.tool("tarv-watch", "--dir", ".", "--pid-file", "pid", "--wait", "1", status=int(returned))
             self.assertEqual(shown.splitlines()[-1], text)
 
     def test_run_directory(self):

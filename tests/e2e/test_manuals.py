@@ -1,4 +1,5 @@
 """Options: what the programs take, what their manual pages tell, and what the shell offers, are the same."""
+import json
 import pathlib
 import re
 import shlex
@@ -9,7 +10,7 @@ from lab.module import BIN_DIR, REPOSITORY
 
 COMMANDS = {  # of each tool, with what they cannot do without
     "tarv-watch": {}, "tarv-fetch": {}, "tarv-restore": {},
-    "tarv-store": {"show": "", "verify": "", "extract": "0 -o x", "map": ""},
+    "tarv-store": {"show": "", "verify": "", "extract": "0 -o x", "map": "", "dump": "x"},
     "tarv-pkg": {"create": "-o x", "show": "x", "check": "x", "diff": "x x", "digests": "x", "extract": "-o x x"}}
 COMPLETE = """PATH='%s':$PATH; . '%s/packaging/completion.bash'; COMP_WORDS=(%s); COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 _tarv_complete "$COMP_WORDS" "${COMP_WORDS[-1]}"; printf '%%s\\n' "${COMPREPLY[@]}" """
@@ -65,6 +66,15 @@ class Manuals(unittest.TestCase):
         for long, argument, _ in rows:  # behind one that takes a value, no option is offered
             self.assertEqual(offered("tarvolin", f"--{long}", ""), takes if argument == "no_argument" else set())
         self.refuses(255, "tarvolin")
+
+    def test_versions(self):
+        """Every program is of the version that the build files give; the updater says so in a note."""
+        version, = re.findall(r"^project\(tarvolin VERSION ([\d.]+)", (REPOSITORY / "CMakeLists.txt").read_text(), re.M)
+        note = re.search(r'Packaging Metadata: (.*)', run("/usr/bin/readelf", "-n", str(BIN_DIR / "tarvolin")).stdout)
+        found = json.loads(note[1].rstrip("\0"))
+        self.assertEqual((found["name"], found["version"]), ("tarvolin", version))
+        for tool in COMMANDS:
+            self.assertEqual(run(tool, "--version").stdout, f"{tool} {version} ({found['commit']})\n")
 
     def test_files_and_partitions(self):
         here = {path.name: path.is_dir() for path in pathlib.Path().iterdir()}

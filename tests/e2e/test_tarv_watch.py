@@ -40,7 +40,7 @@ class TarvWatch(unittest.TestCase):
             self.module.run(server.url())
 
     def test_live_run(self):
-        terminals = [(40, "1", *os.openpty()), (200, "", *os.openpty())]
+        terminals = [(20, "1", *os.openpty()), (40, "1", *os.openpty()), (200, "", *os.openpty())]
         for columns, _, _, end in terminals:
             termios.tcsetwinsize(end, (24, columns))
         watches = [self.watch(out=end, no_colour=no_colour) for _, no_colour, _, end in terminals]
@@ -48,7 +48,7 @@ class TarvWatch(unittest.TestCase):
         self.assertEqual((plain.stdout.readline(), json.loads(program.stdout.readline())["run"]), ("waiting\n", 0))
         self.update(pause=0.7)
         self.check_end(plain, 0, r"(?s)\ndownload, 99 %, 29[46]..*\ncheck  .*\nrestore pending in")
-        self.check_end(self.watch(), 0, "restore pending")  # when it is over
+        self.check_end(self.watch(), 0, "^restore pending.*\n$")  # when it is over
         self.check_end(self.watch("--new", "--wait", "0.5"), 20, "no run has begun")
         news = [json.loads(line) for line in self.check_end(program, 0).splitlines()]
         statuses = list(dict.fromkeys(n["status"] for n in news))
@@ -60,8 +60,9 @@ class TarvWatch(unittest.TestCase):
             text = os.read(mine, 65536).decode()
             *lines, outcome = re.sub(r"\033\[\d*[mK]", "", text).splitlines()
             self.assertLess(max(map(len, lines)), columns)
-            more = "  0:01 left  .* KiB/s" if columns > 40 else "$"
-            self.assertRegex("\n".join(lines), r"(?m)\[#+-+\] 99 %  296.4/296.4 KiB" + more)
+            more = {20: r"^download 99 %$", 40: r"\[#+-+\] 99 %  296.4/296.4 KiB$",
+                    200: r"\[#+-+\] 99 %  296.4/296.4 KiB  0:01 left  .* KiB/s"}[columns]
+            self.assertRegex("\n".join(lines).replace("\r", "\n"), "(?m)" + more)
             self.assertEqual(("\033[3" in text, "100 %" in text, outcome[:15]), (not no_colour, False, "restore pending"))
 
     def test_failures(self):
@@ -70,10 +71,42 @@ class TarvWatch(unittest.TestCase):
             watch = self.watch("--new")
             self.assertEqual(watch.stdout.readline(), "waiting\n")
             self.update(data)
-            for process in (watch, self.watch()):
-                self.check_end(process, status, rf"\nfailed in the {stage} stage: .+\n$")
+            for process, beginning in ((watch, r"(?s).*\n"), (self.watch(), "^")):
+                self.check_end(process, status, rf"{beginning}failed in the {stage} stage: .+\n$")
         with open("/dev/full", "w") as full:
             self.check_end(self.watch("--json", out=full), 1)
+
+    def test_files_that_contradict(self):
+        """The status decides; what does not go with it is said, and what is no run directory or pid file refused."""
+        names = ["IDLE", "DOWNLOAD", "CHECK", "INSTALL", "RESTORE", "SUCCESS", "FAILED"]
+        folder = self.module.folder
+        (folder / "dead").write_bytes(b"123".ljust(128, b"\0"))
+        os.mkfifo(folder / "pipe")
+        self.module.run_dir.mkdir()
+        cases = [  # "status", the last words of "status_str", options, exit status, words
+            ("6", 5, "", 12, "install stage SUCCESS"), ("5", 6, "", 0, "success FAILED"),
+            ("5", None, "", 0, "success status_str"), ("6", None, "", 10, "download stage"),
+            ("", None, "--pid-file dead", 21, "gone room"), ("1", 1, "--pid-file dead", 21, "download stage without"),
+            ("1", 1, "--pid-file none", 1, '"none" missing --pid-file'), ("1", 1, "--pid-file pipe", 1, '"pipe" regular'),
+            ("1", 1, "--pid-file /etc/passwd", 1, "no pid file"), ("1", 1, "--dir dead", 1, '"dead" Not a directory'),
+            ("1", 1, "--wait nan", 2, '"nan" 999999999'), ("1", 1, "--wait 0x10", 2, "0x10"), ("1", 1, "--wait 1e3", 2, "1e3")]
+        for status, last, options, returned, words in cases:
+            (self.module.run_dir / "status").write_text(status)
+            history = self.module.run_dir / "status_str"
+            history.unlink(missing_ok=True)
+            if last is not None:
+                order = [*range(min(last, 4)), last]
+                history.write_text("".join(f"TARV_STATUS_{names[n]}\n" for n in order))
+            where = [] if "--dir" in options else ["--dir", "tmp/tarvolin"]
+            run = subprocess.run([BIN_DIR / "tarv-watch", *where, *options.split()], cwd=folder, capture_output=True,
+                                 text=True, timeout=20)
+            self.assertEqual(run.returncode, returned, (options, run.stdout, run.stderr))
+            self.assertFalse([word for word in words.split() if word not in run.stdout + run.stderr], run)
+        (self.module.run_dir / "download_size").write_text("9")
+        (self.module.run_dir / "file_size").write_text("-7")
+        (self.module.run_dir / "status").write_text("5")
+        shown = [json.loads(line) for line in self.check_end(self.watch("--json"), 0).splitlines()]
+        self.assertEqual([(n["status"], n["download_size"], n["file_size"]) for n in shown], [("success", 9, -7)])
 
     def test_ends_without_outcome(self):
         with ScriptedServer([header(len(DATA)) + DATA[:100_000], 60]) as server:

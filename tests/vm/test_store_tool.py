@@ -27,10 +27,13 @@ class StoreTool(unittest.TestCase):
         with MtdModule(bad=BAD) as module, serve(PACKAGE.bytes()) as server:
             self.assertEqual(module.run(server.url()).status, 0, module.log())
             before = module.dumps()
+            self.tool("dump", str(folder / "made"))
+            self.assertEqual(self.tool("--dumps", folder / "made", "show", "--json"), self.tool("show", "--json"))
             for name in STORE_LIST:
                 subprocess.run(["nanddump", "-q", "--bb=padbad", "-f", folder / f"{name}.bin", module.device(name)],
                                check=True, stderr=subprocess.DEVNULL)
                 (folder / f"{name}.bad").write_text("".join(f"{block}\n" for block in BAD.get(name, ())))
+                self.assertEqual((folder / f"made/{name}.bin").read_bytes(), (folder / f"{name}.bin").read_bytes())
             for command in (["show", "--json"], ["verify", "--json"], ["map"]):
                 on_devices = self.tool(*command)
                 self.assertEqual(self.tool("--dumps", folder, *command), on_devices)

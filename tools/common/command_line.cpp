@@ -1,5 +1,7 @@
 #include "tools/common/command_line.h"
 
+#include <algorithm>
+#include <cctype>
 #include <string_view>
 
 #include "tools/common/exit_status.h"
@@ -19,20 +21,39 @@ void check_values(int argc, char* argv[]) {
   }
 }
 
+// The command that was given, or null.
+const CLI::App* job_of(const CLI::App& app) {
+  for (const CLI::App* const job : app.get_subcommands({})) {
+    if (app.got_subcommand(job->get_name())) return job;
+  }
+  return nullptr;
+}
+
+// The first word that the command cannot do without and has not got; empty when there is none.
+std::string missing_word(const CLI::App* job) {
+  if (job == nullptr) return "";
+  for (const CLI::Option* const option : job->get_options()) {
+    if (!option->get_required() || option->count() != 0) continue;
+    std::string name = option->get_name();
+    if (name[0] != '-') std::transform(name.begin(), name.end(), name.begin(), toupper);
+    return name + " is missing: " + option->get_description();
+  }
+  return "";
+}
+
 // What is wrong. The parser misses what is required before it minds a word that it does not know, which is as
 // a rule why something is missing.
 std::string fault_of(const CLI::App& app, const CLI::ParseError& error) {
+  if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) return error.what();
   const std::vector<std::string> unknown = app.remaining(true);
-  const bool misses = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
-  return misses && !unknown.empty() ? "unknown: " + in_quotes(unknown.front()) : error.what();
+  if (!unknown.empty()) return "unknown: " + in_quotes(unknown.front());
+  const std::string missing = missing_word(job_of(app));
+  return missing.empty() ? error.what() : missing;
 }
 
 std::string help_command(const CLI::App& app) {
-  const std::vector<const CLI::App*> jobs = app.get_subcommands({});
-  for (const CLI::App* const job : jobs) {
-    if (app.got_subcommand(job->get_name())) return app.get_name() + ' ' + job->get_name() + " --help";
-  }
-  return app.get_name() + " --help";
+  const CLI::App* const job = job_of(app);
+  return app.get_name() + (job == nullptr ? "" : ' ' + job->get_name()) + " --help";
 }
 
 }  // namespace

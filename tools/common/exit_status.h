@@ -5,6 +5,7 @@
 constexpr int kDone = 0;
 constexpr int kRefused = 1;  // refused, a fault found, or an input or output error
 constexpr int kWrongUsage = 2;
+constexpr int kInterrupted = 130;  // asked to end by a signal, as shells have it
 
 // Those of a comparison, as diff(1) has them; without a difference kDone.
 constexpr int kDifferent = 1;

@@ -27,3 +27,7 @@ void note_interruptions() {
 bool was_interrupted() {
   return interrupted != 0;
 }
+
+void heed_interruptions() {
+  if (was_interrupted()) throw interruption();
+}

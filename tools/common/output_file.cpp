@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -25,8 +24,22 @@ mode_t new_file_mode() {
 void check_output_path(const std::string& path) {
   if (path.empty()) throw refusal("the name of the output is empty; give one");
   struct stat found = {};
-  if (lstat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode)) return;
-  throw refusal(in_quotes(path) + " is no regular file; choose another output");
+  if (lstat(path.c_str(), &found) != 0) return;
+  if (!S_ISREG(found.st_mode)) throw refusal(in_quotes(path) + " is no regular file; choose another output");
+  // The new file only takes the old one's name, which no mode forbids. The superuser may write to any file,
+  // so the mode is asked, too.
+  const bool writable = (found.st_mode & 0222) != 0 && access(path.c_str(), W_OK) == 0;
+  if (!writable) throw refusal(in_quotes(path) + " is read-only; remove it, or choose another output");
+}
+
+void check_output_stream(FILE* out) {
+  if (isatty(fileno(out)) == 0) return;
+  throw refusal("standard output is a terminal; send it into a file or another program");
+}
+
+void write_stream(FILE* out, const void* data, size_t length) {
+  const bool written = fwrite(data, 1, length, out) == length;
+  if (!written) throw system_refusal("cannot write to standard output");
 }
 
 // In the same folder, since a name cannot be moved between file systems.

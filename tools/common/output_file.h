@@ -1,13 +1,24 @@
-// A file that comes into being whole or not at all.
+// Where a tool puts its results: a file that comes into being whole or not at all, or a stream.
 #ifndef TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
 #define TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
+#include <string_view>
 
-// Refuses an empty path and one of something that is no regular file: a slip of the pen must not replace a
-// device or a link.
+// The name of standard output, where a tool can write to it in a file's place.
+constexpr std::string_view kStandardOutput = "-";
+
+// Refuses an empty path, one of something that is no regular file and one of a file that is read-only: a slip
+// of the pen must not replace a device, a link, or what somebody protects.
 void check_output_path(const std::string& path);
+
+// Refuses a stream that leads to a terminal: bytes of an image are nothing to look at.
+void check_output_stream(FILE* out);
+
+// Appends `length` bytes to a stream for results; throws a refusal when it does not take them.
+void write_stream(FILE* out, const void* data, size_t length);
 
 // Collects its bytes in a temporary file of the same folder, which takes the wanted name on commit(). Without
 // a commit the temporary file disappears and whatever had the name before stays untouched. Members throw a

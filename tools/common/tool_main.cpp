@@ -15,6 +15,6 @@ int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, ch
     return work(argc, argv);
   } catch (const std::exception& fault) {
     fprintf(stderr, "%s: %s\n", name, printable(fault.what()).c_str());
-    return on_fault;
+    return was_interrupted() ? kInterrupted : on_fault;  // an interrupted write is no fault
   }
 }

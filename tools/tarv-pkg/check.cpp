@@ -43,7 +43,7 @@ void check_head_crc(const package_head& head) {
 
 }  // namespace
 
-// This and what follows in the order of the updater's head check.
+// This and what follows in the order of the updater's head check, but for the CRC.
 void check_shape(const package_head& head, uint64_t file_length) {
   check_magic(head);
   check_image_count(head.image_num);
@@ -51,9 +51,12 @@ void check_shape(const package_head& head, uint64_t file_length) {
 }
 
 void check_head(const package_head& head, uint64_t file_length) {
+  check_magic(head);
+  // The updater looks at it later. But what a damaged head says of images and lengths is no ground for
+  // advice.
+  check_head_crc(head);
   check_shape(head, file_length);
   check_head_size(head);
-  check_head_crc(head);
   check_entries(head);
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <sstream>
 
+#include "base/version.h"
 #include "store/partition_groups.h"
 #include "tools/common/command_line.h"
 #include "tools/common/refusal.h"
@@ -58,7 +59,9 @@ std::string folded(const std::string& words) {
 
 void add_create(CLI::App& app, words& given) {
   CLI::App& create = *app.add_subcommand("create", "Make a package from image files");
-  create.add_option("-o,--output", given.output, "Package file to make")->required()->type_name("FILE");
+  create.add_option("-o,--output", given.output, "Package file to make, - for standard output")
+      ->required()
+      ->type_name("FILE");
   create.add_option("--manifest", given.manifest, "Take images and version from this text file")
       ->type_name("FILE");
   create.add_option("--version", given.version, "Version text, begins with the project id")
@@ -157,7 +160,7 @@ int do_job(const CLI::App& app, const words& given) {
 int run_command_line(int argc, char* argv[]) {
   CLI::App app("Makes, shows, checks, compares and takes apart firmware packages.", "tarv-pkg");
   words given;
-  app.set_version_flag("-V,--version", "tarv-pkg " TARVOLIN_VERSION);
+  app.set_version_flag("-V,--version", std::string("tarv-pkg ") + version_text);
   app.require_subcommand(1);  // exactly one: a package may well be called "show"
   add_create(app, given);
   add_readers(app, given);
@@ -167,6 +170,6 @@ int run_command_line(int argc, char* argv[]) {
       "  tarv-pkg create --version 31406-1.2 -o package.img boot=boot.img tz=tz.img\n"
       "Exit status:\n"
       "  0 done; 1 refused, a fault found, or a file that cannot be read or written;\n"
-      "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble");
+      "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble; 130 interrupted");
   return take_command_line(app, argc, argv, stdout, [&] { return do_job(app, given); });
 }

@@ -120,19 +120,38 @@ void warn_of_doubts(const package_head& head) {
   }
 }
 
-void write_package(package_head& head, std::deque<input_file>& files, output_file& out) {
-  progress done("packed", package_length(head) - kPackageHeadSize);
-  out.write(&head, sizeof head);  // holds the place until the CRCs are known
+// Passes the data of all images to `take` and puts their CRCs into the head.
+template <typename Take>
+void pass_images(package_head& head, std::deque<input_file>& files, progress& done, const Take& take) {
   for (uint32_t i = 0; i < head.image_num; ++i) {
-    const auto append = [&](const void* data, size_t length) {
-      out.write(data, length);
+    head.images[i].crc = pass_data(files[i], head.images[i].size, [&](const void* data, size_t length) {
+      take(data, length);
       done.add(length);
-    };
-    head.images[i].crc = pass_data(files[i], head.images[i].size, append);
+    });
     files[i].expect_end();
   }
   head.header_crc32 = package_head_crc(head);
+}
+
+void write_file(package_head& head, std::deque<input_file>& files, const std::string& path) {
+  output_file out(path);
+  progress done("packed", package_length(head) - kPackageHeadSize);
+  out.write(&head, sizeof head);  // holds the place until the CRCs are known
+  pass_images(head, files, done, [&](const void* data, size_t length) { out.write(data, length); });
   out.rewrite_start(&head, sizeof head);
+  out.commit();
+}
+
+// Nothing in a stream can be written over: the images are read twice, first for the CRCs of the head.
+void write_to_stream(package_head& head, std::deque<input_file>& files, FILE* out) {
+  progress done("packed", 2 * (package_length(head) - kPackageHeadSize));
+  pass_images(head, files, done, [](const void*, size_t) {});
+  package_head promised = head;
+  write_stream(out, &promised, sizeof promised);
+  for (input_file& file : files) file.seek(0);
+  pass_images(head, files, done, [&](const void* data, size_t length) { write_stream(out, data, length); });
+  if (head.header_crc32 == promised.header_crc32) return;
+  throw refusal("an image changed while it was read; what standard output has is no package");
 }
 
 }  // namespace
@@ -149,10 +168,9 @@ void create_package(const package_order& order) {
   package_head head = plan_head(order);
   std::deque<input_file> files = open_images(order, head);
   check_table(order, head);
-  check_output(order, files);
+  const bool streams = order.output == kStandardOutput;
+  streams ? check_output_stream(stdout) : check_output(order, files);
   warn_of_doubts(head);
-  output_file out(order.output);
   crc32_init_table();
-  write_package(head, files, out);
-  out.commit();
+  streams ? write_to_stream(head, files, stdout) : write_file(head, files, order.output);
 }

@@ -25,15 +25,16 @@ struct package_order {
   told version;
   told major_version, minor_version;  // 0 when not told
   std::string manifest;               // file that tells all this; empty: the command line does
-  std::string output;
-  std::vector<image_order> images;  // in package order
+  std::string output;                 // file; "-" is standard output
+  std::vector<image_order> images;    // in package order
 };
 
 // The number that the whole of `word` is, in decimal; nothing when it does not fit.
 [[nodiscard]] std::optional<uint16_t> version_number(const std::string& word);
 
 // Writes the package; image data is streamed. Throws a refusal, with no file made or changed, when the
-// updater would not take the package or a file cannot be read or written. Doubts go to standard error.
+// updater would not take the package or a file cannot be read or written; then what standard output has got
+// is cut off. Doubts go to standard error.
 void create_package(const package_order& order);
 
 #endif

@@ -36,6 +36,17 @@ void copy_image(const package_head& head, uint32_t i, input_file& file, output_f
   out.commit();
 }
 
+// Appends the name of each image to `written` once its file is there.
+void copy_images(const package_head& head, input_file& file, const std::string& folder,
+                 std::string& written) {
+  progress done("extracted", file.size() - kPackageHeadSize);
+  // Each name is in the table of a group, so none leads out of the folder.
+  for (uint32_t i = 0; i < head.image_num; ++i) {
+    copy_image(head, i, file, new_file(folder + '/' + head.images[i].name, file), done);
+    written.append(" ").append(head.images[i].name);
+  }
+}
+
 }  // namespace
 
 void extract_package(const std::string& path, const std::string& folder) {
@@ -49,12 +60,15 @@ void extract_package(const std::string& path, const std::string& folder) {
     manifest = manifest_of(head);
   });
   make_folder(folder);
-  progress done("extracted", file.size() - kPackageHeadSize);
-  // Each name is in the table of a group, so none leads out of the folder.
-  for (uint32_t i = 0; i < head.image_num; ++i) {
-    copy_image(head, i, file, new_file(folder + '/' + head.images[i].name, file), done);
+  std::string written;
+  try {
+    copy_images(head, file, folder, written);
+    output_file out = new_file(folder + "/manifest", file);
+    out.write(manifest.data(), manifest.size());
+    out.commit();
+  } catch (const refusal& fault) {
+    if (written.empty()) throw;
+    throw refusal(std::string(fault.what()) + "; in " + in_quotes(folder) +
+                  " there are, whole, only:" + written);
   }
-  output_file out = new_file(folder + "/manifest", file);
-  out.write(manifest.data(), manifest.size());
-  out.commit();
 }

@@ -30,7 +30,7 @@ bool input_file::has_name(const std::string& path) const {
 }
 
 size_t input_file::read_some(void* data, size_t length) {
-  if (was_interrupted()) throw refusal("interrupted");
+  heed_interruptions();
   const ssize_t n = retry_interrupted([&] { return ::read(fd_.get(), data, length); });
   if (n < 0) throw system_refusal("cannot read " + in_quotes(path_));
   return static_cast<size_t>(n);

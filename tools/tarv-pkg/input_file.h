@@ -24,8 +24,8 @@ class input_file {
   // True when `path` is a name of this very file.
   bool has_name(const std::string& path) const;
 
-  // Reads exactly `length` bytes: a file that ends before them has changed since it was opened. Refuses to go
-  // on after a signal has asked the tool to end.
+  // Reads exactly `length` bytes: a file that ends before them has changed since it was opened. Throws an
+  // interruption when a signal has asked the tool to end.
   void read(void* data, size_t length);
   // Goes on reading at `offset`.
   void seek(uint64_t offset);

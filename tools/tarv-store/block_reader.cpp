@@ -14,7 +14,7 @@ block_reader::block_reader(const mtd_partition& partition, const std::vector<boo
     : ctx_(open_partition(partition)), bad_(bad), next_(first), data_(partition.erase_size) {}
 
 bool block_reader::next() {
-  if (was_interrupted()) throw refusal("interrupted");
+  heed_interruptions();
   // Those marked bad are known: without a word on each of them.
   while (next_ < bad_.size() && bad_[next_]) ++next_;
   if (next_ >= bad_.size()) return false;

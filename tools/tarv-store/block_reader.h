@@ -23,7 +23,7 @@ class block_reader {
   block_reader(const mtd_partition& partition, const std::vector<bool>& bad, uint32_t first);
 
   // Reads the next block. Returns false when the partition has no more. Throws a refusal when the device
-  // fails as a whole, and when a signal has asked the tool to end.
+  // fails as a whole, an interruption when a signal has asked the tool to end.
   [[nodiscard]] bool next();
   // The block read last: its number and its bytes, a whole erase block.
   uint32_t number() const { return next_ - 1; }

@@ -1,12 +1,14 @@
 #include "tools/tarv-store/images.h"
 
 #include <cinttypes>
+#include <functional>
 
 #include "package/crc32.h"
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/common/progress.h"
 #include "tools/common/refusal.h"
+#include "tools/tarv-store/dump_hints.h"
 #include "tools/tarv-store/open_store.h"
 #include "tools/tarv-store/source.h"
 #include "tools/tarv-store/store_view.h"
@@ -18,12 +20,12 @@ struct verdict {
   std::string fault;           // the first one, or empty
 };
 
-void check_crc(const store_head_record& record, uint32_t i, uint32_t computed) {
-  const store_head_image& image = record.images[i];
+void check_crc(const store_view& store, uint32_t i, uint32_t computed) {
+  const store_head_image& image = store.record.images[i];
   if (computed == image.crc) return;
   throw refusal("image " + std::to_string(i) + ", " + in_quotes(image_name(image)) +
                 ": the data are damaged: crc is " + in_hex(image.crc) + ", the data give " +
-                in_hex(computed));
+                in_hex(computed) + hint_on_data(store));
 }
 
 // Bytes of the stream in all partitions.
@@ -51,7 +53,7 @@ verdict judge(const store_view& store) {
   try {
     require_armed(store);
     found.crcs = stream_crcs(store);
-    for (uint32_t i = 0; i < found.crcs.size(); ++i) check_crc(store.record, i, found.crcs[i]);
+    for (uint32_t i = 0; i < found.crcs.size(); ++i) check_crc(store, i, found.crcs[i]);
   } catch (const refusal& fault) {
     found.fault = fault.what();
   }
@@ -92,7 +94,8 @@ uint32_t find_image(const store_head_record& record, const std::string& wanted) 
 }
 
 // Returns the CRC of what was copied.
-uint32_t copy_image(const store_view& store, uint32_t wanted, output_file& out) {
+uint32_t copy_image(const store_view& store, uint32_t wanted,
+                    const std::function<void(const void* data, size_t length)>& take) {
   uint32_t crc = kCrcStart;
   uint64_t left = store.record.images[wanted].size;
   progress done("extracted", left);
@@ -100,13 +103,20 @@ uint32_t copy_image(const store_view& store, uint32_t wanted, output_file& out) 
     cut_images(store.record, block, [&](uint32_t image, const uint8_t* data, size_t length) {
       if (image != wanted) return;
       crc = crc32_update(crc, data, length);
-      out.write(data, length);
+      take(data, length);
       left -= length;
       done.add(length);
     });
     return left > 0;
   });
   return crc;
+}
+
+// What a stream has been given cannot be taken back, so the CRC comes first.
+void stream_image(const store_view& store, uint32_t wanted, FILE* out) {
+  check_crc(store, wanted, copy_image(store, wanted, [](const void*, size_t) {}));
+  const auto append = [&](const void* data, size_t length) { write_stream(out, data, length); };
+  check_crc(store, wanted, copy_image(store, wanted, append));
 }
 
 }  // namespace
@@ -123,14 +133,20 @@ void verify_store(FILE* out, bool as_json) {
   if (!found.fault.empty()) throw refusal(found.fault);
 }
 
-void extract_image(const std::string& image, const std::string& path) {
+void extract_image(FILE* out, const std::string& image, const std::string& path) {
   crc32_init_table();
-  check_output_path(path);
+  const bool streams = path == kStandardOutput;
+  streams ? check_output_stream(out) : check_output_path(path);
   if (is_dump(path)) throw refusal(in_quotes(path) + " belongs to the dumps; choose another output");
   const store_view store = open_store();
   require_armed(store);
   const uint32_t wanted = find_image(store.record, image);
-  output_file out(path);
-  check_crc(store.record, wanted, copy_image(store, wanted, out));
-  out.commit();
+  if (streams) {
+    stream_image(store, wanted, out);
+    return;
+  }
+  output_file file(path);
+  const auto append = [&](const void* data, size_t length) { file.write(data, length); };
+  check_crc(store, wanted, copy_image(store, wanted, append));
+  file.commit();
 }

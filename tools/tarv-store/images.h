@@ -9,8 +9,9 @@
 // once all is printed; a store that is not armed is one.
 void verify_store(FILE* out, bool as_json);
 
-// Copies one image into the file `path`, which appears only when its CRC is right. `image` is its name (of
-// two with this name the later one, which counts) or its number in the list. Throws a refusal otherwise.
-void extract_image(const std::string& image, const std::string& path);
+// Copies one image into the file `path`, which appears only when its CRC is right, or to `out` when that is
+// "-", once its CRC was right. `image` is its name (of two with this name the later one, which counts) or its
+// number in the list. Throws a refusal otherwise.
+void extract_image(FILE* out, const std::string& image, const std::string& path);
 
 #endif

@@ -9,6 +9,7 @@
 #include "tools/common/printable.h"
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/block_reader.h"
+#include "tools/tarv-store/dump_hints.h"
 #include "tools/tarv-store/record_faults.h"
 
 namespace {
@@ -76,7 +77,7 @@ void look_at_record(store_view& store) {
   } else if (store.record.magic == TARV_STORING_MAGIC) {
     store.form = record_form::storing;
   } else {
-    store.remark = remark_on(store.record);
+    store.remark = remark_on(store.record) + hint_on_record(store);
   }
 }
 

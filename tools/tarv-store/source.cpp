@@ -26,9 +26,13 @@ int refuse_change() {
 
 }  // namespace
 
-void read_from_dumps(const std::string& folder, uint32_t erase_size) {
+void read_from_dumps(const std::string& folder, std::optional<uint32_t> erase_size) {
   dumps = find_dumps(folder, erase_size);
-  dump_erase_size = erase_size;
+  dump_erase_size = *erase_size;
+}
+
+bool reads_dumps() {
+  return !dumps.empty();
 }
 
 bool is_dump(const std::string& path) {

@@ -5,10 +5,14 @@
 #define TARVOLIN_TOOLS_TARV_STORE_SOURCE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
-// Puts the dumps in `folder` in the flash's place, for good. Throws a refusal as find_dumps does.
-void read_from_dumps(const std::string& folder, uint32_t erase_size);
+// Puts the dumps in `folder` in the flash's place, for good. `erase_size` and refusals are those of
+// find_dumps.
+void read_from_dumps(const std::string& folder, std::optional<uint32_t> erase_size);
+
+[[nodiscard]] bool reads_dumps();
 
 // True when `path` is one of the dumps chosen, or the list of bad blocks beside one.
 [[nodiscard]] bool is_dump(const std::string& path);

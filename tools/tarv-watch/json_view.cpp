@@ -25,13 +25,16 @@ std::string object(const run_state& state, const std::string& exit_status) {
     text += std::string(", \"") + tarv_run_file_name(kTimeFiles[i]) + "\": " + number_or_null(state.times[i]);
   }
   const std::string reason = state.fail_reason.empty() ? "null" : json_string(state.fail_reason);
-  return text + ", \"fail_reason\": " + reason + ", \"exit_status\": " + exit_status + "}\n";
+  const std::string contradiction = state.contradiction.empty() ? "null" : json_string(state.contradiction);
+  return text + ", \"fail_reason\": " + reason + ", \"contradiction\": " + contradiction +
+         ", \"exit_status\": " + exit_status + "}\n";
 }
 
 class json_view : public view {
  public:
   void show(const run_state& state) override {
-    if (shown_ && same_news(state, last_)) return;
+    // The object of a final status is that of finish().
+    if (is_final(state.status) || (shown_ && same_news(state, last_))) return;
     put(object(state, "null"));
     shown_ = true;
     last_ = state;

@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <cstdio>
 
 #include "tools/common/refusal.h"
@@ -23,7 +24,7 @@ class line_view : public view {
  public:
   void show(const run_state& state) override {
     if (shown_ && !is_change(state)) return;
-    const std::string finished = finished_text(last_, state);
+    const std::string finished = finished_text(last_, state, SIZE_MAX);
     if (!finished.empty()) put(finished + "\n");
     if (!is_final(state.status)) put(joined(state) + "\n");
     shown_ = true;

@@ -17,9 +17,10 @@ struct run_state {
   run_status status = run_status::waiting;
   run_status stage = run_status::idle;  // the last one that began: idle to install
   known_number file_size;
-  known_number download_size;  // never above file_size
+  known_number download_size;
   std::array<known_number, kTimes> times;
   std::string fail_reason;
+  std::string contradiction;  // between "status" and "status_str", in words; empty: none
   double stage_seconds = 0;   // since the stage began
   double rate = 0;            // bytes a second over the last seconds of the download; 0: not known
   int64_t seconds_left = -1;  // in the download; -1: not known
@@ -42,7 +43,7 @@ class run_tracker {
   explicit run_tracker(bool only_new) : only_new_(only_new) {}
 
   // Takes in a look. Returns the states since the last one: one for each status that was published meanwhile,
-  // at least one.
+  // at least one. Of a run that the first look finds only the last state is told.
   [[nodiscard]] std::vector<run_state> take(const run_look& look, watch_clock::time_point now);
 
   // True once the run is over and all its files are written, or could be.
@@ -50,6 +51,7 @@ class run_tracker {
 
  private:
   void begin(const run_look& look);
+  [[nodiscard]] std::vector<run_status> news_in(const run_look& look, bool same);
   void take_status(run_status status, watch_clock::time_point now);
   void take_numbers(const run_look& look);
   void measure_rate(watch_clock::time_point now);
@@ -60,6 +62,7 @@ class run_tracker {
   };
 
   bool only_new_;
+  bool first_ = true;     // no look was taken in yet
   bool ignored_ = false;  // the run that is there is not for us
   run_look last_;
   run_state state_;

@@ -18,10 +18,10 @@
 [[nodiscard]] std::string time_left_text(const run_state& state);
 
 // What is to be said when one state follows another and a stage was finished: "download  12.0 MiB in 5 s".
-// Empty when none was.
-[[nodiscard]] std::string finished_text(const run_state& before, const run_state& now);
+// Empty when none was. What does not fit into `columns` is left out.
+[[nodiscard]] std::string finished_text(const run_state& before, const run_state& now, size_t columns);
 
-// How it has ended, in one sentence without control characters.
+// How it has ended, in one sentence without control characters, and what its files contradict each other in.
 [[nodiscard]] std::string outcome_text(const run_state& state);
 
 #endif

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kColumnsMin = 24, kColumnsMax = 200, kColumnsUsual = 80;
+constexpr size_t kColumnsMin = 2, kColumnsMax = 200, kColumnsUsual = 80;
 constexpr size_t kBarMin = 8;  // columns, brackets included
 constexpr char kRedraw[] = "\r\033[K";
 constexpr char kCyan[] = "\033[36m", kGreen[] = "\033[32m", kRed[] = "\033[31m";
@@ -26,7 +26,8 @@ class terminal_view : public view {
   explicit terminal_view(bool in_colour) : in_colour_(in_colour) {}
 
   void show(const run_state& state) override {
-    if (state.run != last_.run || state.status != last_.status) end_line(finished_text(last_, state));
+    if (state.run != last_.run || state.status != last_.status)
+      end_line(finished_text(last_, state, usable_columns()));
     last_ = state;
     if (!is_final(state.status)) redraw(live_line(state));
   }
@@ -59,20 +60,28 @@ class terminal_view : public view {
 
   std::string live_line(const run_state& state) const {
     if (state.status == run_status::download) return download_line(state);
-    if (state.status == run_status::waiting) return "waiting for a run";
+    if (state.status == run_status::waiting) return cut("", "waiting for a run");
     std::string name = name_of(state.status);
     name.resize(10, ' ');
-    return painted(kCyan, name) + std::to_string(static_cast<int64_t>(state.stage_seconds)) + " s";
+    return cut(name, std::to_string(static_cast<int64_t>(state.stage_seconds)) + " s");
+  }
+
+  // The stage's name and what follows it, as far as there is room.
+  std::string cut(const std::string& name, const std::string& rest) const {
+    const size_t columns = usable_columns(), left = columns - std::min(name.size(), columns);
+    return painted(kCyan, name.substr(0, columns)) + rest.substr(0, left);
   }
 
   // A bar, shorter than a third of the columns, then what there is room for, in the order of its worth.
+  // Without room for a bar the percentage alone.
   std::string download_line(const run_state& state) const {
     const int percent = percent_of(state);
-    if (percent < 0) return painted(kCyan, "download  ") + "no data yet";
+    if (percent < 0) return cut("download  ", "no data yet");
     const size_t columns = usable_columns(), bar = std::max(columns / 3 - 5, kBarMin);
     char text[16];
     snprintf(text, sizeof text, " %2d %%", percent);
     std::string numbers = text;
+    if (9 + bar + numbers.size() > columns) return cut("download", numbers);
     for (const std::string& part : {progress_in_bytes(state), time_left_text(state), rate_text(state)}) {
       if (!part.empty() && 9 + bar + numbers.size() + 2 + part.size() <= columns) numbers += "  " + part;
     }

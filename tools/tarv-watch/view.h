@@ -21,7 +21,7 @@ class view {
   virtual void leave() {}
 };
 
-// One line that is redrawn, within 40 to 200 columns, and a line for each finished stage.
+// One line that is redrawn, within at most 200 columns, and a line for each finished stage.
 [[nodiscard]] std::unique_ptr<view> make_terminal_view(bool in_colour);
 // One line for each change.
 [[nodiscard]] std::unique_ptr<view> make_line_view();

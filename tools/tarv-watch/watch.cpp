@@ -18,6 +18,13 @@ void pause_watch() {
   if (poll(&output, 1, kPeriodMs) > 0) throw refusal("standard output is closed");
 }
 
+refusal no_pid_file(const std::string& path) {
+  return refusal(
+      "a run is under way, but the pid file " + in_quotes(path) +
+      " is missing or empty: nothing tells whether its updater still runs; give the right one with "
+      "--pid-file");
+}
+
 int finish(view& shown, const run_state& state) {
   shown.finish(state);
   return exit_status_of(state);
@@ -35,15 +42,17 @@ std::optional<int> watch_run(const watch_order& order, view& shown) {
       return std::nullopt;
     }
     // Asked before the look: an updater publishes its outcome before it lets go of the lock.
-    const bool unheld = !order.pid_file.empty() && no_updater_holds(order.pid_file);
+    const pid_lock lock = order.pid_file.empty() ? pid_lock::held : ask_pid_lock(order.pid_file);
     const watch_clock::time_point now = watch_clock::now();
     run_state state;
     for (const run_state& next : tracker.take(look_at_run(order.dir), now)) shown.show(state = next);
     if (tracker.is_settled(now)) return finish(shown, state);
 
     const bool waiting = state.status == run_status::waiting;
-    gone_looks = unheld && !waiting && !is_final(state.status) ? gone_looks + 1 : 0;
+    const bool alone = lock != pid_lock::held && !waiting && !is_final(state.status);
+    gone_looks = alone ? gone_looks + 1 : 0;
     if (gone_looks >= kGoneLooks) {
+      if (lock == pid_lock::missing) throw no_pid_file(order.pid_file);
       state.status = run_status::gone;
       return finish(shown, state);
     }

@@ -15,7 +15,8 @@ struct watch_order {
 };
 
 // Follows a run. Returns the watch's exit status, nothing when it was interrupted; throws a refusal when
-// standard output cannot be written or its reader has gone.
+// standard output cannot be written or its reader has gone, and when the run directory or the pid file is not
+// what it should be or may not be read.
 [[nodiscard]] std::optional<int> watch_run(const watch_order& order, view& shown);
 
 #endif

@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-# The sources have no public address yet, and no public licence: they are taken from a folder of yours.
+# The sources have no public address yet: they are taken from a folder of yours. LICENCE.md says who may.
 TARVOLIN_VERSION = $(shell sed -n 's/^project.tarvolin VERSION \([0-9.]*\).*/\1/p' $(BR2_EXTERNAL_TARVOLIN_PATH)/../../CMakeLists.txt)
 TARVOLIN_SITE = $(call qstrip,$(BR2_PACKAGE_TARVOLIN_SOURCE))
 TARVOLIN_SITE_METHOD = local
