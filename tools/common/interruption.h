@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 
+namespace tools {
+
 // Takes note of SIGINT, SIGTERM and SIGHUP from now on, those excepted that the tool's starter has ignored.
 void note_interruptions();
 
@@ -18,5 +20,7 @@ struct interruption : std::runtime_error {
 
 // Throws an interruption once a signal has arrived.
 void heed_interruptions();
+
+}  // namespace tools
 
 #endif

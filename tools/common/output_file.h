@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace tools {
+
 // The name of standard output, where a tool can write to it in a file's place.
 constexpr std::string_view kStandardOutput = "-";
 
@@ -42,5 +44,7 @@ class output_file {
   std::string temporary_;  // empty once the file has its name
   int fd_;                 // -1 once closed
 };
+
+}  // namespace tools
 
 #endif

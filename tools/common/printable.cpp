@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdio>
 
+namespace tools {
+
 namespace {
 
 // Lead bytes of UTF-8 and what may follow: ranges for the second byte keep out overlong forms, surrogates and
@@ -107,3 +109,5 @@ std::string in_hex(uint32_t value) {
   snprintf(text, sizeof text, "0x%08" PRIx32, value);
   return text;
 }
+
+}  // namespace tools

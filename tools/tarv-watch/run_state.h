@@ -8,6 +8,8 @@
 
 #include "tools/tarv-watch/run_files.h"
 
+namespace tools::tarv_watch {
+
 using watch_clock = std::chrono::steady_clock;
 
 enum class run_status { waiting, idle, download, check, install, restore, success, failed, gone };
@@ -71,5 +73,7 @@ class run_tracker {
   watch_clock::time_point final_seen_;
   std::deque<sample> samples_;
 };
+
+}  // namespace tools::tarv_watch
 
 #endif
