@@ -1,4 +1,4 @@
-"""Pages with places that programs fill: what they have counted stands between two comments."""
+"""Pages with places that programs fill: their counts stand between two comments."""
 import re
 
 

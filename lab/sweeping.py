@@ -1,4 +1,4 @@
-"""Fault sweeps: many cases on a few modules, a random share of them, and the counts of what came of them.
+"""Fault sweeps: many cases on a few modules, a random share of them, and the counts of their outcomes.
 
 A case is a tuple that begins with its plan, its kind and its fault; the last two are its place in the table.
 """
@@ -26,8 +26,8 @@ def parser():
 
 
 def share_of(cases, options, kept=lambda case: False):
-    """The share that is asked for: no kind of fault is left out as long as there is room for each. What is `kept` is part
-    of every share."""
+    """The share that the options ask for. It leaves out no kind of fault as long as it has room for each. What is `kept` is
+    part of every share."""
     ranks, (numerator, denominator) = Counter(), map(int, options.share.split("/"))
     shuffled = random.Random(options.seed).sample(cases, len(cases))
     ranked = sorted(shuffled, key=lambda case: ranks.update([case[1:3]]) or ranks[case[1:3]])
@@ -37,7 +37,7 @@ def share_of(cases, options, kept=lambda case: False):
 
 def sweep(modules, cases, try_case, program):
     """Runs all cases, each on the next module that is free. `try_case` returns the outcomes of one and raises an
-    AssertionError when something is not as it must be. Returns the outcomes by kind and fault, and the violations."""
+    AssertionError when something is wrong. Returns the outcomes by kind and fault, and the violations."""
     table, violations = defaultdict(Counter), []
 
     def try_on_free_module(case):

@@ -71,7 +71,7 @@ int main(int argc, char* argv[]) {
   occupy_standard_descriptors();
   // A server or a reader of the log may go away at any time; the write then fails, and the run goes on.
   signal(SIGPIPE, SIG_IGN);
-  setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever follows a --debug run through a pipe sees each line at once
+  setvbuf(stdout, nullptr, _IOLBF, 0);  // a reader of a --debug run's pipe sees each line at once
   tarv_init_info();
   switch (tarv_parse_options(argc, argv)) {
     case tarv_start::exit_success:

@@ -45,14 +45,15 @@ int fill_counts(const store_head_record& record, store_counts& counts, store_fau
   // In 64 bits: eight hostile sizes and three hostile counts would wrap 32.
   uint64_t total = 0;
   for (uint32_t i = 0; i < record.image_num; ++i) total += record.images[i].size_algin;
-  uint64_t told = 0;
-  for (size_t i = 0; i < kStoreCountSlots; ++i) told += counts[i] = record.ptsavesize[i];
-  if (told > total) {
+  uint64_t recorded = 0;
+  for (size_t i = 0; i < kStoreCountSlots; ++i) recorded += counts[i] = record.ptsavesize[i];
+  if (recorded > total) {
     snprintf(fault.text, sizeof fault.text,
-             "the counts of the record make %" PRIu64 " bytes, its images take only %" PRIu64, told, total);
+             "the counts of the record make %" PRIu64 " bytes, its images take only %" PRIu64, recorded,
+             total);
     return -1;
   }
-  counts[kStoreCountSlots] = total - told;
+  counts[kStoreCountSlots] = total - recorded;
   return 0;
 }
 

@@ -1,5 +1,5 @@
-// Being asked to end. A signal only leaves a note, which long work looks at, so that an interrupted job takes
-// the same way out as a failed one and leaves no temporary file.
+// Requests to end. A signal only leaves a note, and long work looks for it: so an interrupted job ends as a
+// failed one does, and leaves no temporary file.
 #ifndef TARVOLIN_TOOLS_COMMON_INTERRUPTION_H
 #define TARVOLIN_TOOLS_COMMON_INTERRUPTION_H
 

@@ -26,7 +26,7 @@ uint8_t byte_at(std::string_view text, size_t i) {
   return static_cast<uint8_t>(text[i]);
 }
 
-// True when `text`, which begins with a byte of `lead`, goes on as that byte promises.
+// True when `text`, which begins with a byte of `lead`, has the following bytes that `lead` asks for.
 bool continues(const lead_range& lead, std::string_view text) {
   if (text.size() < lead.length) return false;
   for (size_t i = 1; i < lead.length; ++i) {

@@ -14,7 +14,7 @@ namespace tools::tarv_pkg {
 // the images) is not looked at.
 void check_package(const std::string& path);
 
-// Parts of it, for whoever reads packages. All throw a refusal that does not name the file.
+// Parts of it, for other readers of packages. All throw a refusal that does not name the file.
 
 // What has to be true for the images to be found in a file of `file_length` bytes.
 void check_shape(const package_head& head, uint64_t file_length);
