@@ -99,11 +99,13 @@ def _resumed(folder, maker):
                 subprocess.run(_fetch_alone(origin.url(), "--key", maker.public), stderr=subprocess.DEVNULL, check=True)
             starts = [first or 0 for first in origin.starts()]
             sent[way] = sum(end - first for first, end in zip(starts, [*places, len(data)]))
-    return [ratio("Bytes sent, 20 breaks", sent["tarv-fetch"], sent["curl"], "<= 1.16", "bytes", "curl -C -, in a loop")]
+    ours, curls = sent["tarv-fetch"], sent["curl"]
+    return [ratio("Bytes sent, 20 breaks", ours, curls, "<= 1.16", "bytes", "curl -C -, in a loop")]
 
 
 def measure(arm_bin_dir):
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         maker = Signer(folder)
-        return _times(maker) + _memory(maker) + _resumed(folder, maker) + [stripped_size(arm_bin_dir, "tarv-fetch", 160)]
+        size = stripped_size(arm_bin_dir, "tarv-fetch", 160)
+        return _times(maker) + _memory(maker) + _resumed(folder, maker) + [size]

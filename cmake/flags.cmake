@@ -31,6 +31,7 @@ endif()
 option(TARVOLIN_FUZZ "Build the fuzz targets, too; needs clang, the tools and the tests" OFF)
 if(TARVOLIN_FUZZ)
   target_compile_options(tarvolin_flags INTERFACE
-    -O2 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+    -O2 -g -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize=vptr
+    -fno-sanitize-recover=all)
   target_link_options(tarvolin_flags INTERFACE -fsanitize=address,undefined)
 endif()

@@ -176,7 +176,7 @@ int session::make_progress(job& work, milliseconds now) {
   if (status == 0 && work.has_verdict() && network_.busy()) {
     network_.stop();
     status = end_exchange(work, {}, now);
-  } else if (status == 0 && work.has_room()) {
+  } else if (status == 0 && (work.has_room() || work.has_verdict())) {
     // Not before: what came last may still be proven when the updater has made room for what came before.
     if (const auto end = network_.take_end()) status = end_exchange(work, *end, now);
   }

@@ -1,4 +1,4 @@
-"""Real servers and proxies between a package and a module: on loopback, on free ports, in folders of their own."""
+"""Real servers and proxies on loopback, on free ports and in folders of their own."""
 import contextlib
 import pathlib
 import socket
@@ -45,7 +45,7 @@ LogFile "{folder}/log"
 
 
 class Daemon:
-    """A program that serves `port`. `text` is its configuration; {folder}, {root}, {port} and {origin} are filled in."""
+    """A program that serves `port`, configured by `text`. {folder}, {root}, {port} and {origin} are filled in."""
 
     def __init__(self, words, text="", origin=None):
         self.temp = tempfile.TemporaryDirectory(prefix="tarv-daemon-", ignore_cleanup_errors=True)

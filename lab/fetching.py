@@ -1,4 +1,4 @@
-"""What tarv-fetch needs around it: signed packages, a server that can misbehave, updaters that are none, and its runs."""
+"""What tarv-fetch needs around it: signed packages, a server that can misbehave, and its runs."""
 import contextlib
 import hashlib
 import json

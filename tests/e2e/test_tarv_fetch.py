@@ -248,10 +248,10 @@ class Refusals(FetchTest):
 
     def test_wrong_usage(self):
         url = "http://127.0.0.1:1/p"
-        for words in ([], [url], ["--key", "x", "--unsigned", url], ["--unsigned", "ftp://h/p"], ["--unsigned", url, url],
-                      ["--check", "--unsigned", url], ["--unsigned", "--give-up", "0", url],
-                      ["--unsigned", "--cert", "x", url],
-                      ["--unsigned", "--limit-rate", "5", url], ["--unsigned", "--digests", "x", url], ["--nonsense", url],
+        for words in ([], [url], ["--key", "x", "--unsigned", url], ["--unsigned", "ftp://h/p"],
+                      ["--unsigned", url, url], ["--check", "--unsigned", url], ["--unsigned", "--give-up", "0", url],
+                      ["--unsigned", "--cert", "x", url], ["--unsigned", "--limit-rate", "5", url],
+                      ["--unsigned", "--digests", "x", url], ["--nonsense", url],
                       ["--unsigned", url, "--", "--url=http://h/"], ["--unsigned", url, "--", "-du", "h"], ["--key"]):
             run = subprocess.run([BIN_DIR / "tarv-fetch", *words], capture_output=True, text=True, check=False)
             self.assertEqual((run.returncode, run.stderr.count("\n")), (2, 2), words)
@@ -264,8 +264,8 @@ class Surroundings(FetchTest):
     def waiting(self, *words, files=None, plan=(), rest=None):
         """A run whose updater has been started and has not yet asked for the package."""
         with SimModule() as module, Origin(files or FILES, plan, rest) as origin:
-            wanted = ["--key", MAKER.public, *words, origin.url(), "--", "--version", "31405"]
-            with running(module, *wanted, updater=RECORD) as process:
+            words = ["--key", MAKER.public, *words, origin.url(), "--", "--version", "31405"]
+            with running(module, *words, updater=RECORD) as process:
                 self.origin, deadline = origin, time.monotonic() + 20
                 while not (module.folder / "tmp" / "url").exists():
                     self.assertLess(time.monotonic(), deadline)
@@ -296,7 +296,8 @@ class Surroundings(FetchTest):
                          "s.sendall(f'GET {sys.argv[2]} HTTP/1.1\\r\\n\\r\\n'.encode())\n"
                          "try: sys.exit(len(s.recv(100)))\nexcept OSError: pass")
             if os.geteuid() == 0:
-                self.assertEqual(subprocess.run(["python3", "-c", as_nobody, str(port), path], check=False).returncode, 0)
+                stranger = subprocess.run(["python3", "-c", as_nobody, str(port), path], check=False)
+                self.assertEqual(stranger.returncode, 0)
             self.go(module)
             process.wait(30)
             self.assertEqual((process.returncode, self.got(module) == DATA), (0, True))
@@ -306,7 +307,7 @@ class Surroundings(FetchTest):
                 connection.close()
 
     def test_package_that_fits_between_the_two(self):
-        """All of it has come before the updater asks: nothing is asked for twice, though the last chunk waits unproven."""
+        """All of it has come before the updater asks: nothing is asked for twice."""
         data = noise(5 * 16384 + 100)
         with self.waiting(files=MAKER.files(data, chunk=16384)) as (module, process, _):
             time.sleep(1)

@@ -41,6 +41,11 @@ def fill(server):
     return package
 
 
+def worker(server):
+    children = subprocess.run(["pgrep", "-P", str(server.process.pid)], capture_output=True, text=True, check=True)
+    return int(children.stdout.split()[0])
+
+
 class Servers(unittest.TestCase):
     def check(self, url, *words, **options):
         """Signed, then unsigned."""
@@ -113,8 +118,7 @@ class Servers(unittest.TestCase):
 
     def test_worker_killed(self):
         def kill_worker(origin):
-            workers = subprocess.run(["pgrep", "-P", str(origin.process.pid)], capture_output=True, text=True, check=True)
-            os.kill(int(workers.stdout.split()[0]), signal.SIGKILL)
+            os.kill(worker(origin), signal.SIGKILL)
         for listen, words in ("", []), ("ssl http2", ["--ca", FOLDER / "ca.crt"]):
             for trust in ["--key", MAKER.public], ["--unsigned"]:
                 with self.subTest(listen=listen, trust=trust[0]), nginx(listen, SLOW) as origin:
@@ -125,15 +129,13 @@ class Servers(unittest.TestCase):
             def action(origin):
                 (origin.root / "new").write_bytes(data)
                 (origin.root / "new").rename(origin.root / "p.img")
-                worker = subprocess.run(["pgrep", "-P", str(origin.process.pid)], capture_output=True, text=True, check=True)
-                os.kill(int(worker.stdout.split()[0]), signal.SIGKILL)
+                os.kill(worker(origin), signal.SIGKILL)
             return action
-        changed = bytes(len(DATA))
+        signed, unsigned, changed = ["--key", MAKER.public], ["--unsigned"], bytes(len(DATA))
         for name, data, trust, status in (
-                ("touched, signed", DATA, ["--key", MAKER.public], 0), ("touched, unsigned", DATA, ["--unsigned"], 3),
-                ("changed, signed", changed, ["--key", MAKER.public], 3), ("changed, unsigned", changed, ["--unsigned"], 3),
-                ("longer, signed", DATA + b"x", ["--key", MAKER.public], 3),
-                ("longer, unsigned", DATA + b"x", ["--unsigned"], 3)):
+                ("touched, signed", DATA, signed, 0), ("touched, unsigned", DATA, unsigned, 3),
+                ("changed, signed", changed, signed, 3), ("changed, unsigned", changed, unsigned, 3),
+                ("longer, signed", DATA + b"x", signed, 3), ("longer, unsigned", DATA + b"x", unsigned, 3)):
             with self.subTest(name), nginx(server=SLOW) as origin:
                 url = fill(origin)
                 os.utime(origin.root / "p.img", (0, 0))

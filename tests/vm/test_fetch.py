@@ -1,4 +1,4 @@
-"""tarv-fetch on a real module's ground: certificates and working directory on the data volume, which goes."""
+"""tarv-fetch with its certificates and working directory on the data volume, which the updater takes away."""
 import pathlib
 import subprocess
 import tempfile
