@@ -146,7 +146,7 @@ void write_file(package_head& head, std::deque<input_file>& files, const std::st
 
 // Nothing in a stream can be written over: the images are read twice, first for the CRCs of the head.
 void write_to_stream(package_head& head, std::deque<input_file>& files, FILE* out) {
-  progress done("packed", 2 * (package_length(head) - kPackageHeadSize));
+  progress done("packed", uint64_t{2} * (package_length(head) - kPackageHeadSize));
   pass_images(head, files, done, [](const void*, size_t) {});
   package_head promised = head;
   write_stream(out, &promised, sizeof promised);

@@ -36,9 +36,11 @@ constexpr char kFooter[] =
 // Decimal digits, with a point among them or not: nothing that a library might take for a number.
 double read_seconds(const std::string& word) {
   const size_t point = word.find('.');
-  const std::string whole = word.substr(0, point), digits = point == word.npos ? "" : word.substr(point + 1);
-  const bool decimal = !whole.empty() && (whole + digits).find_first_not_of("0123456789") == word.npos &&
-                       (point == word.npos || !digits.empty());
+  const std::string whole = word.substr(0, point),
+                    digits = point == std::string::npos ? "" : word.substr(point + 1);
+  const bool decimal = !whole.empty() &&
+                       (whole + digits).find_first_not_of("0123456789") == std::string::npos &&
+                       (point == std::string::npos || !digits.empty());
   const double seconds = decimal ? strtod(word.c_str(), nullptr) : -1;
   if (seconds >= 0 && seconds <= kLongestWait) return seconds;
   throw CLI::ValidationError("--wait", in_quotes(word) + " is not a number of seconds from 0 to 999999999");
