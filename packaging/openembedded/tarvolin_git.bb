@@ -1,23 +1,28 @@
-# For kirkstone and later. Not built by this project's own tests: those configure with the flags below, no more.
+# For kirkstone and later. No BitBake has run here: this project's own tests take the flags below and build with them, and
+# ask for the version. What BitBake makes of the rest, in any release, is not tried.
 #
-# The sources have no public address and no public licence yet. Say where yours are, in local.conf or a .bbappend, by one of
+# The sources have no public address yet. Say where yours are, in local.conf or a .bbappend, by one of
 #   TARVOLIN_URI = "git://git.example.com/tarvolin.git;protocol=ssh;branch=main"    and SRCREV:pn-tarvolin
 #   INHERIT += "externalsrc"
 #   EXTERNALSRC:pn-tarvolin = "/path/to/tarvolin"
-# and, when you know the licence, LICENSE and LIC_FILES_CHKSUM.
+# and, when there is a licence (see LICENCE.md), LICENSE and LIC_FILES_CHKSUM.
 SUMMARY = "Firmware updater for cellular modules on raw NAND flash"
 SECTION = "base"
 LICENSE = "CLOSED"
 
 TARVOLIN_URI ?= ""
-SRC_URI = "${TARVOLIN_URI}"
+# Sources are unpacked in WORKDIR by older releases, in UNPACKDIR by newer ones, which refuse the name "git" there.
+SRC_URI = "${@d.getVar('TARVOLIN_URI') + ';destsuffix=' + d.getVar('BP') if d.getVar('TARVOLIN_URI') else ''}"
+S = "${@d.getVar('UNPACKDIR') or d.getVar('WORKDIR')}/${BP}"
 PV = "${@tarvolin_version(d)}+git"
-S = "${WORKDIR}/git"
 
-# This recipe lies in the sources' own tree, and takes the version from there.
+# From the sources' own tree, if the recipe lies there. For a copy in another layer, say TARVOLIN_VERSION.
 def tarvolin_version(d):
     import os, re
-    with open(os.path.join(d.getVar("THISDIR"), "../../CMakeLists.txt")) as file:
+    path = os.path.join(d.getVar("THISDIR"), "../../CMakeLists.txt")
+    if not os.path.exists(path):
+        return d.getVar("TARVOLIN_VERSION") or "0"
+    with open(path) as file:
         return re.search(r"^project\(tarvolin VERSION ([0-9.]+)", file.read(), re.M)[1]
 
 python () {
@@ -30,8 +35,8 @@ inherit cmake
 
 EXTRA_OECMAKE = "-DTARVOLIN_TESTS=OFF -DTARVOLIN_HARDENED=ON"
 
-# PACKAGECONFIG:append:pn-tarvolin = " fetch" builds tarv-fetch, too; " tools" builds tarv-watch, tarv-pkg and tarv-store (cli11 is in meta-oe);
-# " static-runtime" makes an updater that needs no libstdc++.so.
+# PACKAGECONFIG:append:pn-tarvolin = " fetch" builds tarv-fetch, too; " tools" builds tarv-watch, tarv-pkg and tarv-store
+# (cli11 and libsodium are in meta-oe); " static-runtime" makes an updater that needs no libstdc++.so.
 PACKAGECONFIG ?= ""
 PACKAGECONFIG[fetch] = "-DTARVOLIN_FETCH=ON,-DTARVOLIN_FETCH=OFF,libsodium"
 PACKAGECONFIG[tools] = "-DTARVOLIN_TOOLS=ON,-DTARVOLIN_TOOLS=OFF,cli11 libsodium"

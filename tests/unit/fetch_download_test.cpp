@@ -57,7 +57,9 @@ TEST(FetchDownload, AnswersAreUsedOrRefused) {
       {"begins behind", refused, refused,
        [&](const request& r) { return ranged(file, *r.from + 1, size - 1); }},
       {"ends early", right, right,
-       [&](const request& r) { return ranged(file, *r.from, std::min(*r.from + 2 * kChunk, size - 1)); }},
+       [&](const request& r) {
+         return ranged(file, *r.from, std::min(*r.from + uint64_t{2} * kChunk, size - 1));
+       }},
       {"a byte at a time", refused, either, [&](const request& r) { return ranged(file, *r.from, *r.from); }},
       {"shifted by one", refused, either,
        [&](const request& r) {
@@ -137,7 +139,7 @@ TEST(FetchDownload, LengthIsAskedForWhenNobodyTellsIt) {
 
 TEST(FetchDownload, AnOutageCostsNothingButTime) {
   for (const uint32_t chunk : {kMinChunk, kMaxChunk}) {
-    const std::string file = noise(4 * kMaxChunk);
+    const std::string file = noise(size_t{4} * kMaxChunk);
     paper_network net(file, true, chunk);
     net.give_up = 9'000'000;
     const milliseconds back = net.now + 7'200'000;

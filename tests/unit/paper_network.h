@@ -93,7 +93,7 @@ struct paper_network {
     while (now < patient.deadline()) {
       const uint64_t before = work->position();
       ++requests;
-      const judgement found = exchange(server(work->next_request()));
+      judgement found = exchange(server(work->next_request()));
       if (work->complete()) held.finish();
       feed();
       if (work->complete()) return {};

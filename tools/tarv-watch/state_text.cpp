@@ -110,8 +110,7 @@ std::string finished_text(const run_state& before, const run_state& now, size_t 
   const known_number& time = now.times[time_index(before.status)];
   const std::string seconds = is_sayable(time) ? std::to_string(*time) + " s" : "";
   if (before.status == run_status::download && is_sayable(now.download_size)) {
-    const std::string whole =
-        text + size_text(*now.download_size) + (seconds.empty() ? "" : " in " + seconds);
+    std::string whole = text + size_text(*now.download_size) + (seconds.empty() ? "" : " in " + seconds);
     if (whole.size() <= columns) return whole;
   }
   return text + (seconds.empty() ? "done" : seconds);
