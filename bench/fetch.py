@@ -1,4 +1,4 @@
-"""What tarv-fetch adds to an update: time, processor time, memory, size; and the bytes that it asks for twice, against curl."""
+"""What tarv-fetch adds to an update: time, processor time, memory, size; the bytes that it asks for twice, against curl."""
 import pathlib
 import resource
 import subprocess
