@@ -10,8 +10,8 @@
 // The name of standard output, where a tool can write to it in a file's place.
 constexpr std::string_view kStandardOutput = "-";
 
-// Refuses an empty path, one of something that is no regular file and one of a file that is read-only: a slip
-// of the pen must not replace a device, a link, or what somebody protects.
+// Refuses an empty path, the name of standard output, one of something that is no regular file and one of a
+// file that is read-only: a slip of the pen must not replace a device, a link, or what somebody protects.
 void check_output_path(const std::string& path);
 
 // Refuses a stream that leads to a terminal: bytes of an image are nothing to look at.
