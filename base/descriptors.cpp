@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kNumbersWithoutProc = 1024;  // tried one by one where /proc cannot be read
 
-// Calls `work(fd)` for each. The listing's own descriptor is among them, so `work` may not close any.
+// Calls `work(fd)` for each. `work` must not close any: the listing's own descriptor is among them.
 template <typename Work>
 void for_each_descriptor(Work work) {
   DIR* const listing = opendir("/proc/self/fd");
@@ -32,6 +32,7 @@ void keep_descriptors_private() {
 }
 
 void close_inherited_descriptors() {
+  // Closing while listing would close the listing itself, so only the highest number is kept.
   int highest = STDERR_FILENO;
   for_each_descriptor([&](int fd) { highest = fd > highest ? fd : highest; });
   for (int fd = STDERR_FILENO + 1; fd <= highest; ++fd) close(fd);

@@ -1,4 +1,4 @@
-// The descriptors that this process holds beyond the standard three, whoever opened them.
+// The descriptors of this process beyond the standard three, inherited ones and those of libraries too.
 #ifndef TARVOLIN_BASE_DESCRIPTORS_H
 #define TARVOLIN_BASE_DESCRIPTORS_H
 

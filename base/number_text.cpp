@@ -29,6 +29,7 @@ std::optional<uint32_t> parse_digits(std::string_view text, uint32_t base, uint3
   uint64_t value = 0;
   for (const char c : text) {
     if (digit_value(c) >= base) break;
+    // Held at the limit in every step, so that a text of any length cannot wrap 64 bits.
     value = std::min<uint64_t>(value * base + digit_value(c), limit);
   }
   return static_cast<uint32_t>(value);

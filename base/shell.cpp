@@ -15,6 +15,7 @@ int tarv_command_prints(const char* command) {
   FILE* const pipe = popen(command, "re");
   if (pipe == nullptr) return -1;
   char output[1024];
+  // One piece is enough: the question is only whether there is any output.
   const size_t n = fread(output, 1, sizeof output, pipe);
   pclose(pipe);
   return n > 0 ? 1 : 0;

@@ -1,5 +1,5 @@
 // Commands of the module, run through its shell. They inherit standard input, output and error, and no other
-// descriptor of this program, whoever opened it.
+// descriptor of this program, even if a library opened it.
 #ifndef TARVOLIN_BASE_SHELL_H
 #define TARVOLIN_BASE_SHELL_H
 

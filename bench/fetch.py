@@ -1,4 +1,4 @@
-"""What tarv-fetch adds to an update: time, processor time, memory, size; and what it asks for twice, beside curl."""
+"""What tarv-fetch adds to an update: time, processor time, memory, size; the bytes that it asks for twice, against curl."""
 import pathlib
 import resource
 import subprocess
@@ -43,7 +43,7 @@ def _time(size, url, *words):
 
 
 def _fetch_alone(url, *words):
-    """How a package is proven without an updater, for what memory tarv-fetch itself takes."""
+    """The command that proves a package without an updater: it shows the memory of tarv-fetch itself."""
     return [BIN_DIR / "tarv-fetch", *words, "--check", url]
 
 

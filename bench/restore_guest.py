@@ -17,7 +17,7 @@ TIMED = "/share/tarv-restore-timed"
 
 
 def with_store(work, options=()):
-    """Has `work` done on a module that the updater has left with an armed store, and with an empty target."""
+    """Does `work` on a module with an armed store from the updater, and with an empty target."""
     package = Package([Image("system", os.urandom(SIZE))])
     with MtdModule(PARTITIONS, options=options) as module, Nginx() as nginx:
         run = module.run(nginx.put("restore.pkg", package.bytes()))

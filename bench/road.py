@@ -16,7 +16,7 @@ GUEST = HERE.parent / "lab" / "guest"
 
 
 def visit(arch, bin_dir, *parts):
-    """Has those parts of the bench run in a machine of that kind. Returns what they found, by part."""
+    """Runs those parts of the bench in a machine of that kind. Returns their results, by part."""
     with tempfile.TemporaryDirectory() as folder:
         share = pathlib.Path(folder)
         for name, size in SIZES.items():

@@ -33,7 +33,7 @@ class Road:
                      for path in pathlib.Path("/share").glob("*.??g")}
 
     def run(self, command):
-        """Runs to the end, rightly. Returns the seconds it took, by the clock and of the processor."""
+        """Runs to its end and must succeed. Returns the seconds it took, by the clock and of the processor."""
         begin = time.monotonic()
         process = subprocess.Popen(command, stdout=subprocess.DEVNULL, env=self.module.environment())
         _, status, usage = os.wait4(process.pid, 0)

@@ -25,12 +25,11 @@ class Row:
 HEADINGS = ["What", "Ours", "Held against", "Figure", "Bound", ""]
 
 
-def show(rows):
+def as_text(rows):
     lines = [HEADINGS] + [row.cells() for row in rows]
     widths = [max(len(line[i]) for line in lines) for i in range(len(HEADINGS))]
     lines.insert(1, ["-" * width for width in widths])
-    for line in lines:
-        print("| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |")
+    return "\n".join("| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |" for line in lines)
 
 
 def ratio(what, ours, reference, bound, unit, reference_name):

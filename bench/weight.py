@@ -6,7 +6,7 @@ import time
 
 
 def weigh(command, environment=None):
-    """Peak memory in KiB: resident, and the part of it that stands for no file."""
+    """Peak memory in KiB: resident, and the part of it that no file backs."""
     most = {"VmHWM": 0, "RssAnon": 0}
     with subprocess.Popen(command, stdout=subprocess.DEVNULL, env=environment) as process:
         while process.poll() is None:

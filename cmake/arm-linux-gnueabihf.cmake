@@ -11,7 +11,7 @@ else()
 endif()
 set(CMAKE_C_COMPILER ${cross}gcc)
 set(CMAKE_CXX_COMPILER ${cross}g++)
-# (No word of an ABI that changed with GCC 7.)
+# The compiler's notes about an ABI that changed with GCC 7 help nobody here.
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a+fp -mfloat-abi=hard -Wno-psabi")
 
 if(DEFINED ENV{TARV_SYSROOT})

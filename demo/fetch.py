@@ -20,7 +20,7 @@ def _minisign(folder, *words):
 
 
 def sign(folder, package):
-    """Signs a package as its maker would. Returns what goes onto the server."""
+    """Signs a package as its maker does. Returns the files for the server."""
     _minisign(folder, "-GW", "-p", "maker.pub", "-s", "maker.key")
     subprocess.run([BIN_DIR / "tarv-pkg", "digests", package], check=True)
     _minisign(folder, "-Sm", f"{package.name}.digests", "-s", "maker.key", "-t", f"{package.name}, made just now")
@@ -46,7 +46,7 @@ def server(files, package):
 
 
 def _show(lines):
-    """Only what tarv-fetch says: the updater's own remarks are in its log."""
+    """Only the lines of tarv-fetch: the updater's own are in its log."""
     for own in (line.removeprefix("tarv-fetch: ") for line in lines if line.startswith("tarv-fetch: ")):
         print("\r" + screen.paint("dim", "  " + own.rstrip()), flush=True)
 

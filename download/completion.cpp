@@ -9,6 +9,7 @@
 
 int tarv_complete_download(const char* op, bool keep_reason) {
   tarv_close_download_size();
+  // Before the lengths are compared: the last block is written only now, and can still fail.
   const int closed = vexo_tarv_mtd_close_write(ginfo->write_ctx);
   ginfo->write_ctx = nullptr;
   if (closed != 0) {

@@ -29,11 +29,14 @@ bool exists(const char* path) {
 }
 
 void set_transfer(CURL* curl) {
+  // No limit as a whole: how long a good download takes depends on flash and network.
   curl_easy_setopt(curl, CURLOPT_TIMEOUT, 0L);
   curl_easy_setopt(curl, CURLOPT_URL, ginfo->url);
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds);
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes);
+  // The response intake parses the header itself, as it does for the plain client.
   curl_easy_setopt(curl, CURLOPT_HEADER, 1L);
+  // Without it libcurl would pass on the body of an error page.
   curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
   // HTTP/2 has header names in lower case, which the response intake does not know.
   curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));

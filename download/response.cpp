@@ -52,6 +52,7 @@ int find_header() {
     return -1;
   }
   const std::string_view text = gathered();
+  // In all that was gathered: servers put these words into the status line, the body, or both.
   if (text.find(kNotFound) != std::string_view::npos) {
     TARV_LOG(kIdle, "%s\n", kNotFound.data());
     tarv_write_fail_reason(kNotFound);
@@ -88,6 +89,7 @@ int parse_length(int header_length) {
   // Up to the end of the last header line, without the blank line.
   const std::string_view header = gathered().substr(0, static_cast<size_t>(header_length) - 2);
   if (str_between(header, "Content-Length:", "\r\n", scratch) == 0) {
+    // No number leaves 0, which is refused as too short.
     if (const auto length = parse_decimal(scratch)) ginfo->file_len = static_cast<uint32_t>(*length);
     TARV_LOG(kIdle, "file size[%d]\n", ginfo->file_len);
     return header_length;

@@ -69,7 +69,7 @@ int await_connection(int fd) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now()).count();
     return poll(&connection, 1, static_cast<int>(std::max<int64_t>(left, 0)));
   });
-  if (ready == 0) errno = EINPROGRESS;  // what a connect says that has run into its time-out
+  if (ready == 0) errno = EINPROGRESS;  // the kernel's own error for a connect that runs into its time-out
   if (ready <= 0) return -1;
   int error = 0;
   socklen_t size = sizeof error;
@@ -98,6 +98,7 @@ int connect_to(int fd, const sockaddr_in& address) {
 
 // Renders the request for the package from the resume offset onwards. Returns 0, or -1, logged.
 int build_request(const target& server, char (&request)[kRequestCapacity + 1]) {
+  // 0, unless the run directory could not be emptied. The header line is sent all the same.
   ginfo->resume_offset = tarv_get_download_size();
   char range[1024];
   snprintf(range, sizeof range, "Range: bytes=%d-\r\n", ginfo->resume_offset);
@@ -123,16 +124,15 @@ int send_request(int fd, const char* request) {
   return 0;
 }
 
-// Bytes to ask for: while the response header is gathered, not more than its buffer still takes, since a
-// header may arrive in pieces with a full block of body behind it. At least one, so that a header that is too
-// long is found out.
+// Bytes to ask for. While the header is gathered, no more than its buffer still takes: a header may arrive in
+// pieces, with a full block of body behind it. At least one, so that a header that is too long is noticed.
 size_t next_read_size() {
   if (ginfo->download_status != TARV_DOWNLOAD_IDLE) return kReceiveBlock;
   const auto room = static_cast<size_t>(kHttpHeadCapacity - ginfo->http_head_buf_len);
   return std::clamp<size_t>(room, 1, kReceiveBlock);
 }
 
-// Feeds the response intake until the connection ends, in whatever way: the bytes saved tell whether that was
+// Feeds the response intake until the connection ends, in whatever way: the bytes saved show whether that was
 // too early. Returns 0, or -1 when a block was refused, logged.
 int receive_response(int fd) {
   TARV_LOG(kOp, "The following is the response:\n");
@@ -140,6 +140,7 @@ int receive_response(int fd) {
   for (;;) {
     // A process that is stopped and continued gets EINTR here, since the socket has a time-out.
     const ssize_t n = retry_interrupted([&] { return read(fd, block, next_read_size()); });
+    // A time-out, a reset and an orderly close look alike from here on.
     if (n <= 0) return 0;
     if (vexo_tarv_download_handler(block, static_cast<int>(n)) < 0) {
       TARV_LOG(kOp, "vexo_tarv_download_handler error\n");

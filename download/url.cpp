@@ -16,6 +16,7 @@ void copy_text(char* dst, std::string_view text) {
 }
 
 std::string_view without_scheme(std::string_view url) {
+  // Lower case only. Any other scheme becomes a host name, which does not resolve.
   for (const std::string_view scheme : {"http://", "https://"}) {
     if (url.substr(0, scheme.size()) == scheme) return url.substr(scheme.size());
   }

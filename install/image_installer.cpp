@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kOp = "tarv_install_file";
 
-// Copies the file to its end, as it is: the read-back tells a short one. Returns 0 or -1.
+// Copies the file to its end, whatever its length: the read-back notices a short one. Returns 0 or -1.
 int copy_to_partition(int fd, mtd_write_ctx& ctx) {
   uint8_t piece[kReadPiece];
   for (;;) {
@@ -43,6 +43,7 @@ int install_image(const package_entry& entry, uint32_t index) {
   }
   TARV_LOG(kOp, "installing image[%d] %s to %s\n", index, entry.name, ctx->partition->name);
   const int copied = copy_to_partition(fd.get(), *ctx);
+  // Also after a failed copy: the context has to go, and the log tells of both failures.
   const int closed = vexo_tarv_mtd_close_write(ctx);
   if (closed != 0) TARV_LOG(kOp, "vexo_tarv_mtd_close_write failed\n");
   if (copied != 0 || closed != 0) return -1;

@@ -23,8 +23,8 @@ int finish(tarv_status status) {
   return 0;
 }
 
-// Tells the module's own tool, where there is one, that a new "efs2bak" is to be restored. Its result is its
-// own affair.
+// Asks the module's own tool, if there is one, to restore a new "efs2bak". Its result does not change the
+// outcome: the image is in its partition, proven.
 void announce_efs2() {
   const image_table images;
   const bool present = std::any_of(images.begin(), images.end(), [](const package_entry& entry) {

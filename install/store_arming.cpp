@@ -19,7 +19,7 @@ void list_images() {
   for (const package_entry& entry : image_table()) {
     if (group_of(entry) != kStoreGroup || ghead->image_num == kStoreImagesMax) continue;
     store_head_image& image = ghead->images[ghead->image_num++];
-    // As text: what a package has behind the NUL does not go to flash.
+    // Only the text: bytes that a package has behind the NUL stay out of the record.
     const std::string_view name = field_text(entry.name);
     memcpy(image.name, name.data(), name.size());
     image.size = entry.size;
@@ -52,15 +52,15 @@ void log_record() {
   }
 }
 
-// Nobody looks for the record but in the block before this run's data.
+// Restoring software looks in the first good block only, so a record elsewhere is no success. Returns -1.
 int misplaced() {
   TARV_LOG(kOp, "store head record is not in its place\n");
   return -1;
 }
 
-// Writes the record into its block; the package data behind it stay. The block has to be the one that this
-// run left for it: a driver that has marked that one bad since then makes the first of the data the first
-// good block. Returns 0 or -1.
+// Writes the record into its block; the package data behind it stay. The block must be the one that this run
+// left for it. If the driver has marked that one bad meanwhile, the first good block is the first block of
+// the data. Returns 0 or -1.
 int write_record() {
   mtd_write_ctx* const ctx = tarv_open_head_block(kOp);
   if (ctx == nullptr) return -1;
@@ -72,7 +72,7 @@ int write_record() {
   return closed ? 0 : -1;
 }
 
-// Returns 0 when whoever looks for the record finds it, as it was written, right before this run's data.
+// Returns 0 when a reader finds the record, as it was written, in the block before this run's data.
 int verify_record() {
   store_head_record found = {};
   const bool in_place = tarv_read_head_block(found) == ginfo->store_data_start;

@@ -1,4 +1,4 @@
-"""Equipment for runs that are not for real: simulated modules, packages, expected flash, servers, certificates.
+"""Equipment for trial runs: simulated modules, packages, expected flash, servers, certificates.
 
 Programs that use it are started with the top folder on PYTHONPATH, as ./dev does.
 """

@@ -17,7 +17,7 @@ def make_authority(folder, name="ca"):
 
 
 def make_certificate(folder, name, alternative_name="IP:127.0.0.1", days=2):
-    """One that the authority "ca" signs, for the given subjectAltName."""
+    """A certificate that the authority "ca" signs, for the given subjectAltName."""
     (folder / "extensions").write_text(f"subjectAltName={alternative_name}\n")
     _make_request(folder, name, "-out", "request")
     _openssl(folder, "x509", "-req", "-in", "request", "-CA", "ca.crt", "-CAkey", "ca.key", "-days", str(days),

@@ -21,7 +21,7 @@ def capacity(partition, module):
 
 
 def lay_blocks(module, name, data, skip=0):
-    """A partition that was erased and then written from its good block number `skip` on."""
+    """A partition, first erased, then written from its good block number `skip` on."""
     flash = bytearray(module.initial(name))
     good = module.good_blocks(name)
     for block in good:

@@ -91,7 +91,7 @@ class Module:
         return [line.replace("TARV_STATUS_", "") for line in (self.text("status_str") or "").split()]
 
     def check_violation(self):
-        """Fails when the last run did to flash what flash does not forgive, if that can be told."""
+        """Fails when the last run misused flash, as far as this module can notice."""
 
     def command(self, program):
         """How a program of ours is started on this module."""

@@ -1,4 +1,4 @@
-"""Fault sweeps: many cases on a few modules, a random share of them, and the counts of what came of them.
+"""Fault sweeps: many cases on a few modules, a random share of them, and the counts of their outcomes.
 
 A case is a tuple that begins with its plan, its kind and its fault; the last two are its place in the table.
 """
@@ -10,6 +10,8 @@ import re
 import subprocess
 from collections import Counter, defaultdict
 from concurrent.futures import ThreadPoolExecutor
+
+from lab.page import fill
 
 
 def parser():
@@ -24,8 +26,8 @@ def parser():
 
 
 def share_of(cases, options, kept=lambda case: False):
-    """The share that is asked for: no kind of fault is left out as long as there is room for each. What is `kept` is part
-    of every share."""
+    """The share that the options ask for. It leaves out no kind of fault as long as it has room for each. What is `kept` is
+    part of every share."""
     ranks, (numerator, denominator) = Counter(), map(int, options.share.split("/"))
     shuffled = random.Random(options.seed).sample(cases, len(cases))
     ranked = sorted(shuffled, key=lambda case: ranks.update([case[1:3]]) or ranks[case[1:3]])
@@ -35,7 +37,7 @@ def share_of(cases, options, kept=lambda case: False):
 
 def sweep(modules, cases, try_case, program):
     """Runs all cases, each on the next module that is free. `try_case` returns the outcomes of one and raises an
-    AssertionError when something is not as it must be. Returns the outcomes by kind and fault, and the violations."""
+    AssertionError when something is wrong. Returns the outcomes by kind and fault, and the violations."""
     table, violations = defaultdict(Counter), []
 
     def try_on_free_module(case):
@@ -71,11 +73,7 @@ def report(title, table, violations, options, family):
     """Prints the counts and puts them into the page that is asked for. Returns the exit status."""
     print(table)
     if options.write:
-        begin, end = f"<!-- counts: {family} -->\n", "<!-- end -->"
-        page, place = options.write.read_text(), re.escape(begin) + ".*?" + re.escape(end)
-        assert re.search(place, page, re.S), f"{options.write} has no place for {family}"
-        counts = f"{begin}{title}:\n\n{table}\n{end}"
-        options.write.write_text(re.sub(place, lambda _: counts, page, flags=re.S))
+        fill(options.write, family, f"{title}:\n\n{table}")
     passed = sum(int(number) for number in re.findall(r"^\| all \|  \| (\d+)", table, re.M)) - len(violations)
     print(*violations, f"{passed} passed, {len(violations)} failed", sep="\n")
     return 1 if violations else 0

@@ -17,12 +17,14 @@ namespace {
 
 constexpr size_t kPidRecordSize = 128;
 
-// Goes on in the child. The other side of the fork, or of a failed one, ends.
+// Continues in the child only. The parent exits with 0; after a failed fork there is only the parent, so the
+// starter cannot tell that no run began.
 void continue_in_child() {
   if (fork() != 0) exit(0);
 }
 
-// Takes a write lock on the whole file without waiting.
+// Takes a write lock on the whole file without waiting. A record lock, not flock(2): fcntl(F_GETLK) shows its
+// owner, and the kernel drops it with the process.
 bool lock_file(int fd) {
   struct flock lock = {};
   lock.l_type = F_WRLCK;
@@ -30,7 +32,7 @@ bool lock_file(int fd) {
   return fcntl(fd, F_SETLK, &lock) == 0;
 }
 
-// The lock is what counts; a record that cannot be written is done without.
+// Only the lock counts. The record is for people, so a failed write is ignored.
 void write_pid_record(int fd) {
   char record[kPidRecordSize] = "";
   snprintf(record, sizeof record, "%d", getpid());
@@ -40,16 +42,18 @@ void write_pid_record(int fd) {
 }  // namespace
 
 void tarv_daemonize() {
-  // Before the first fork: a starter that led its terminal's session takes the terminal with it, and the
-  // kernel's SIGHUP may come before the child has a session of its own.
+  // Before the first fork: a starter that leads its terminal's session ends that session when it exits. The
+  // kernel's SIGHUP may reach the child before it has a session of its own.
   signal(SIGHUP, SIG_IGN);
   continue_in_child();
+  // The second fork makes a process that leads no session: it can never get a terminal again.
   setsid();
   continue_in_child();
   (void)!chdir("/");
   umask(0);
   close_inherited_descriptors();
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(fd);
+  // The lowest numbers are free now, so the next three descriptors are 0, 1 and 2.
   const int null = open("/dev/null", O_RDWR);
   (void)!dup(null);
   (void)!dup(null);
@@ -76,6 +80,7 @@ int check_process_running() {
   char path[128] = "";
   get_process_name(name);
   snprintf(path, sizeof path, TARV_PID_DIR "/%s" TARV_PID_ENDING, name);
+  // No O_TRUNC: the file may belong to a running updater, whose record must stay.
   const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     printf("%s[%d], open\n", __func__, __LINE__);

@@ -5,8 +5,8 @@
 constexpr int kProcessNameCapacity =
     64;  // bytes of an executable's file name with its NUL; longer ones are cut
 
-// Goes on in a process of its own: own session, directory "/", umask 0, standard descriptors on /dev/null,
-// all others closed. Returns only there; the processes left behind exit with 0, also when no process could be
+// Continues in a process of its own: own session, directory "/", umask 0, standard descriptors on /dev/null,
+// all others closed. Returns only there. The processes left behind exit with 0, even if no process could be
 // made.
 void tarv_daemonize();
 

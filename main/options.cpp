@@ -27,7 +27,8 @@ constexpr option kOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
-// Copies an option's argument into its field. False, with a line on standard error, when it does not fit.
+// Copies an option's argument into its field. False, with a line on standard error, when it does not fit: a
+// URL that is cut would download something else.
 template <size_t N>
 bool take_text(char (&field)[N], const char* name, const char* argument) {
   if (strlen(argument) >= N) {
@@ -46,6 +47,7 @@ tarv_start tarv_parse_options(int argc, char* argv[]) {
     return tarv_start::exit_failure;
   }
   tarv_start start = tarv_start::run_detached;
+  // getopt_long keeps its place in a static variable; a second call in one process must start anew.
   optind = 1;
   for (int c; (c = getopt_long(argc, argv, "ht:u:d", kOptions, nullptr)) != -1;) {
     switch (c) {

@@ -23,6 +23,7 @@ struct stage {
 };
 
 int download_package() {
+  // Everything else goes to the plain client, which knows no other scheme.
   constexpr char secure[] = "https://";
   const bool is_secure = strncmp(ginfo->url, secure, sizeof secure - 1) == 0;
   return is_secure ? vexo_tarv_http_https_download() : vexo_tarv_http_download();
@@ -45,6 +46,7 @@ int run_stage(const stage& current) {
     return -1;
   }
   const auto now = static_cast<uint32_t>(time(nullptr));
+  // Published times have 32 bits; on 32-bit modules time_t may have no more either.
   const auto elapsed = static_cast<int32_t>(now - ginfo->stage_time);
   ginfo->stage_time = now;
   TARV_LOG(current.name, "%s consume %ds\n\n", current.name, elapsed);

@@ -21,8 +21,8 @@ namespace {
 
 constexpr const char* kOp = "main";
 
-// Started without standard input or output, the program would otherwise open flash or sockets under their
-// numbers and print its messages into them.
+// Makes sure that 0, 1 and 2 are taken. Otherwise flash or a socket could get one of these numbers, and the
+// program would print its messages into it.
 void occupy_standard_descriptors() {
   int fd;
   do {
@@ -34,6 +34,7 @@ void occupy_standard_descriptors() {
 void empty_run_directory() {
   char command[1024];
   snprintf(command, sizeof command, "rm -rf %s/*", TARV_RUN_DIR);
+  // The shell's "*" leaves names that begin with "." alone, so no image may have one (package/head_rules.h).
   tarv_run_command(command);
   if (mkdir(TARV_RUN_DIR, 0755) != 0) TARV_LOG(kOp, "mkdir %s\n", strerror(errno));
 }
@@ -68,8 +69,9 @@ void report_success() {
 
 int main(int argc, char* argv[]) {
   occupy_standard_descriptors();
+  // A server or a reader of the log may go away at any time; the write then fails, and the run goes on.
   signal(SIGPIPE, SIG_IGN);
-  setvbuf(stdout, nullptr, _IOLBF, 0);  // whoever follows a --debug run through a pipe sees each line at once
+  setvbuf(stdout, nullptr, _IOLBF, 0);  // a reader of a --debug run's pipe sees each line at once
   tarv_init_info();
   switch (tarv_parse_options(argc, argv)) {
     case tarv_start::exit_success:
@@ -82,6 +84,7 @@ int main(int argc, char* argv[]) {
     case tarv_start::run_in_foreground:
       break;
   }
+  // After the fork: record locks do not pass to children. Before any file of the run is touched.
   check_process_running();
 
   ginfo->start_time = static_cast<uint32_t>(time(nullptr));

@@ -13,6 +13,7 @@
 
 namespace {
 
+// A second attempt helps against a disturbed program; more would only wear out a block that is dying.
 constexpr int kWriteAttempts = 2;  // per block
 
 unsigned long printable(uint32_t offset) {
@@ -34,6 +35,7 @@ bool write_at(int fd, int64_t position, const uint8_t* data, uint32_t length) {
 // Reads the block back and compares it with what was meant to be there.
 bool verify_block(const mtd_write_ctx& ctx, uint32_t position, const uint8_t* data) {
   const uint32_t erase_size = ctx.partition->erase_size;
+  // The second erase block of memory that an update takes; it lives for this comparison only.
   const std::unique_ptr<uint8_t[]> found(new (std::nothrow) uint8_t[erase_size]);
   if (!found) errno = ENOMEM;
   if (!found || !read_at(ctx.fd, position, found.get(), erase_size)) {
@@ -54,15 +56,15 @@ bool try_write_block(const mtd_write_ctx& ctx, uint32_t position, const uint8_t*
     printf("mtd: erase failure at 0x%08lx (%s)\n", printable(position), strerror(errno));
     return false;
   }
-  // A failed program is judged by what the flash holds.
+  // Not the end: a program that reports an error may have landed whole. The read-back decides.
   if (!write_at(ctx.fd, position, data, erase_size)) {
     printf("mtd: write error at 0x%08lx (%s)\n", printable(position), strerror(errno));
   }
   return verify_block(ctx, position, data);
 }
 
-// True when the block at `position` must not be written. Devices without a bad-block table have good blocks
-// only.
+// True when the block at `position` must not be written. The kernel would program a bad block without an
+// error. A device without a bad-block table answers EOPNOTSUPP, and its blocks are all good.
 bool is_unwritable(const mtd_write_ctx& ctx, uint32_t position) {
   if (position % ctx.partition->erase_size != 0) return false;
   const int result = mtd_device_is_bad(ctx.fd, position);
@@ -72,7 +74,8 @@ bool is_unwritable(const mtd_write_ctx& ctx, uint32_t position) {
   return true;
 }
 
-// All attempts on one block. False gives the block up, erased.
+// All attempts on one block. On false the block is given up. The last erase leaves no half-written data for a
+// reader to trust; the block is not marked bad. docs/store-format.md says what that means for readers.
 bool write_block_at(const mtd_write_ctx& ctx, uint32_t position, const uint8_t* data) {
   for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
     if (!try_write_block(ctx, position, data)) continue;
@@ -84,8 +87,8 @@ bool write_block_at(const mtd_write_ctx& ctx, uint32_t position, const uint8_t* 
   return false;
 }
 
-// True when a block at `position` still ends inside the partition; in signed 32-bit numbers, the writer's
-// positions.
+// True when a block at `position` still ends inside the partition. The comparison is
+// signed, so a partition of 2 GiB or more takes no data.
 bool fits(const mtd_partition& partition, uint32_t position) {
   return static_cast<int32_t>(position + partition.erase_size) <= static_cast<int32_t>(partition.size);
 }
@@ -108,8 +111,8 @@ bool fits(const mtd_partition& partition, uint32_t position) {
 
 enum class block_state { good, passed_over, failed };
 
-// What the ECC counters say about the read just made at `position`; a new uncorrectable error moves the
-// baseline.
+// What the ECC counters say about the read just made at `position`. Only they tell: the kernel returns an
+// uncorrectable page with the full count. A new error moves the baseline, so that it counts once.
 block_state judge_ecc(int fd, int64_t position, mtd_ecc_counters& baseline) {
   mtd_ecc_counters now = {};
   if (mtd_device_ecc(fd, now) != 0) {
@@ -134,6 +137,7 @@ block_state read_block_at(const mtd_read_ctx& ctx, int64_t position, uint8_t* da
   }
   const block_state ecc = judge_ecc(ctx.fd, position, baseline);
   if (ecc != block_state::good || position % ctx.partition->erase_size != 0) return ecc;
+  // A block marked bad can read cleanly all the same. The writer passed over it, so its bytes are stale.
   const int bad = mtd_device_is_bad(ctx.fd, position);
   if (bad == 0) return block_state::good;
   fprintf(stderr, "mtd: MEMGETBADBLOCK returned %d at 0x%08llx: %s\n", bad, shown, strerror(errno));
@@ -160,7 +164,8 @@ block_state read_block_at(const mtd_read_ctx& ctx, int64_t position, uint8_t* da
   return -1;
 }
 
-// Completes the buffered block with zero bytes and writes it. Returns 0 or -1.
+// Completes the buffered block with zero bytes and writes it: flash takes whole pages, and the read-back
+// compares whole blocks. Returns 0 or -1.
 [[nodiscard]] int flush_block(mtd_write_ctx& ctx) {
   if (ctx.stored == 0) return 0;
   memset(ctx.block.get() + ctx.stored, 0, ctx.partition->erase_size - ctx.stored);
@@ -198,6 +203,7 @@ int64_t mtd_read_data(mtd_read_ctx& ctx, void* data, uint32_t length) {
     ctx.consumed += n;
     out += n;
     wanted -= n;
+    // Whole blocks go straight to the caller, without a copy through the buffer.
     for (; wanted >= erase_size; wanted -= erase_size, out += erase_size) {
       if (read_block(ctx, out) != 0) return -1;
     }
@@ -224,6 +230,7 @@ int64_t mtd_write_data(mtd_write_ctx& ctx, const void* data, uint32_t length) {
       if (write_block(ctx, ctx.block.get()) != 0) return -1;
       ctx.stored = 0;
     }
+    // Whole blocks go straight to flash, without a copy through the buffer.
     for (; ctx.stored == 0 && left >= erase_size; left -= erase_size, in += erase_size) {
       if (write_block(ctx, in) != 0) return -1;
     }
@@ -258,7 +265,7 @@ int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count) {
   const uint32_t erase_size = ctx.partition->erase_size;
   auto position = static_cast<uint32_t>(current);
   if (position % erase_size != 0) {
-    // A failed transfer can leave the position inside a block that was just written: spare that block.
+    // A failed transfer can leave the position inside a block that was just written. Do not erase that block.
     printf("pos is not 0\n");
     position += erase_size - position % erase_size;
   }
@@ -275,6 +282,7 @@ int64_t mtd_erase_blocks(mtd_write_ctx& ctx, int32_t count) {
 
 int mtd_write_close(mtd_write_ctx* ctx) {
   const std::unique_ptr<mtd_write_ctx> owner(ctx);
+  // An erase of no blocks flushes the buffer and nothing else.
   const bool flushed = mtd_erase_blocks(*ctx, 0) != -1;
   const bool closed = mtd_device_close(ctx->fd) == 0;
   return flushed && closed ? 0 : -1;

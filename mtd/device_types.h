@@ -15,7 +15,7 @@ struct mtd_geometry {
 
 // Error counters of a partition since boot (ECCGETSTATS).
 struct mtd_ecc_counters {
-  uint32_t corrected;  // bit errors mended by ECC
+  uint32_t corrected;  // bit errors corrected by ECC
   uint32_t failed;     // uncorrectable pages read: the read itself still reports success
 };
 

@@ -18,6 +18,7 @@ static_assert(sizeof(erase_info_user) == 8 && sizeof(mtd_ecc_stats) == 16 && siz
 ssize_t kernel_device_list(char* text, size_t capacity) {
   const unique_fd fd(open("/proc/mtd", O_RDONLY | O_CLOEXEC));
   if (!fd.valid()) return -1;
+  // One read: /proc/mtd is made anew for each, and two pieces could come from two different lists.
   return retry_interrupted([&] { return read(fd.get(), text, capacity); });
 }
 
@@ -39,6 +40,7 @@ int kernel_device_geometry(int fd, mtd_geometry& geometry) {
 }
 
 int kernel_device_is_bad(int fd, int64_t offset) {
+  // The kernel reads 64 bits here whatever the host, so no off_t of another width will do.
   loff_t block_offset = offset;
   return ioctl(fd, MEMGETBADBLOCK, &block_offset);
 }

@@ -14,9 +14,9 @@ constexpr size_t kListCapacity = 2048;  // of the partition list's text; what go
 
 mtd_partition_table table;
 
-// Reads one line of the partition list. Returns false when it does not describe a partition, or not to its
-// end: a list that is longer than what is read may be cut within a name, and "recoveryfs" must not turn into
-// "recovery".
+// Reads one line of the partition list. Returns false when it does not describe a partition, or lacks its
+// closing quote: a list that is longer than what is read may be cut within a name, and "recoveryfs" must not
+// turn into "recovery".
 bool parse_line(const char* line, mtd_partition& entry) {
   const char* const quote = strchr(line, '"');
   if (quote == nullptr || strchr(quote + 1, '"') == nullptr) return false;
@@ -24,8 +24,8 @@ bool parse_line(const char* line, mtd_partition& entry) {
          4;
 }
 
-// Empties every slot. The geometry stays: a context that is open on a slot goes on working when the load then
-// fails.
+// Empties every slot but keeps its geometry: a context that is open on a slot must go on working if the load
+// then fails.
 void reset_table() {
   table.slot_count = kPartitionSlots;
   table.partition_count = -1;
@@ -59,6 +59,7 @@ std::unique_ptr<Ctx> open_context(const mtd_partition& partition, mtd_access acc
     return nullptr;
   }
   std::unique_ptr<Ctx> ctx(new (std::nothrow) Ctx);
+  // nothrow, because nothing here catches: a module short of memory gets a failed update, not an abort.
   if (ctx) ctx->block.reset(new (std::nothrow) uint8_t[partition.erase_size]);
   if (!ctx || !ctx->block) {
     errno = ENOMEM;
@@ -117,6 +118,7 @@ int mtd_partition_info(const mtd_partition& partition, uint32_t* size, uint32_t*
 
 mtd_read_ctx* mtd_read_open(const mtd_partition& partition) {
   auto ctx = open_context<mtd_read_ctx>(partition, mtd_access::read_only);
+  // Nothing is buffered yet: the first read has to fetch a block.
   if (ctx) ctx->consumed = partition.erase_size;
   return ctx.release();
 }
@@ -135,6 +137,7 @@ void mtd_note_bad_block(mtd_write_ctx& ctx, uint32_t offset) {
     const int32_t capacity = ctx.bad_capacity * 2 + 1;
     void* const grown = realloc(ctx.bad_blocks.get(), static_cast<size_t>(capacity) * sizeof(uint32_t));
     if (grown == nullptr) return;
+    // realloc has freed the old memory already.
     (void)!ctx.bad_blocks.release();
     ctx.bad_blocks.reset(static_cast<uint32_t*>(grown));
     ctx.bad_capacity = capacity;

@@ -4,17 +4,16 @@
 
 namespace {
 
-// Bytes that one round takes: each costs a load, a lookup and an exclusive or, and all but the four that meet
-// the running value are free of the round before. A 32-bit core has neither cache nor registers for more than
-// eight.
+// Bytes of one round. Each costs a load, a lookup and an exclusive or; only the four that meet the running
+// value wait for the round before. A 32-bit core has neither cache nor registers for more than eight.
 constexpr size_t kStep = 2 * sizeof(size_t);
 
 using crc_table = std::array<uint32_t, 256>;
 
-// tables[n][b]: what byte b comes to with n more bytes of zero behind it.
+// tables[n][b]: the CRC of byte b followed by n zero bytes.
 std::array<crc_table, kStep> tables;
-// Where each begins. Read from memory once a call, they stay in registers; as constants, 32-bit ARM adds them
-// up anew for each byte.
+// Where each begins. Read from memory once a call, they stay in registers; for constants the compiler for
+// 32-bit ARM computes the addresses anew for each byte.
 std::array<const uint32_t*, kStep> rows;
 
 uint32_t little_endian(const uint8_t* bytes) {
@@ -42,6 +41,7 @@ uint32_t crc32_update(uint32_t crc, const void* data, size_t len) {
     const uint32_t first = little_endian(bytes) ^ crc;
     uint32_t next = 0;
 #pragma GCC unroll 16
+    // The bytes that need no running value come first: they fill the time until that is ready.
     for (size_t i = 4; i < kStep; ++i) next ^= row[kStep - 1 - i][bytes[i]];
 #pragma GCC unroll 4
     for (size_t i = 0; i < 4; ++i) next ^= row[kStep - 1 - i][(first >> (8 * i)) & 0xFF];

@@ -26,6 +26,7 @@ struct file_closer {
 int vexo_tarv_get_project_type(const char* text) {
   if (text == nullptr) return -1;
   for (const project_row& row : kProjects) {
+    // No NUL needed within these five: a shorter text differs at its NUL.
     if (strncmp(row.id, text, kProjectIdLength) == 0) return row.type;
   }
   return -1;

@@ -51,7 +51,7 @@ bool check_magic(const package_head& head) {
   return head.magic == TARV_PACKAGE_MAGIC || REFUSE("head magic not match.\n");
 }
 
-// Before anything reads the image table.
+// This check comes before all that read the image table: they trust the count.
 bool check_image_num(const package_head& head) {
   return head.image_num <= kMaxImages || REFUSE("image num error: %d\n", head.image_num);
 }
@@ -62,6 +62,7 @@ bool check_length(const package_head& head) {
 }
 
 bool check_revid(const package_head&) {
+  // The result does not matter: an empty text is refused whatever made it empty.
   if (ginfo->revid[0] == '\0') (void)!read_file_text(PATH_REVID, ginfo->revid);
   return ginfo->revid[0] != '\0' || REFUSE("Can not get revid.\n");
 }
@@ -80,6 +81,7 @@ bool check_head_size(const package_head& head) {
 }
 
 bool check_crc(const package_head& head) {
+  // Here, where every run first needs a CRC; all later ones rely on it.
   crc32_init_table();
   const uint32_t computed = package_head_crc(head);
   if (computed == head.header_crc32) return true;
@@ -114,6 +116,7 @@ bool check_entries(const package_head& head, uint32_t& demand) {
     const package_entry& entry = head.images[i];
     if (group_of(entry) != kStoreGroup) continue;
     TARV_LOG(kOp, "flash image: %s, size: %d\n", entry.name, entry.size);
+    // Sizes without their padding: a package that fits only so fails when the store is full.
     demand += entry.size;
   }
   if (examine_table(head) != table_fault::too_many_store_images) return true;
@@ -134,7 +137,7 @@ bool check_images(const package_head& head) {
   return true;
 }
 
-// In the order in which faults are looked for: the first one found is the one reported.
+// The order is an interface: only the first fault is reported, and docs/package-format.md lists them so.
 constexpr bool (*kChecks[])(const package_head&) = {
     check_magic,   check_image_num, check_length, check_revid,
     check_project, check_head_size, check_crc,    check_images,

@@ -28,6 +28,7 @@ entry_fault examine_file_name(const package_head& head, uint32_t i) {
 }  // namespace
 
 uint32_t package_length(const package_head& head) {
+  // Wraps at 2^32, as the announced length does; the check stage finds packages made to use that.
   uint32_t length = kPackageHeadSize;
   for (uint32_t i = 0; i < head.image_num; ++i) length += head.images[i].size;
   return length;

@@ -2,7 +2,7 @@
 // names, which images together. Pure functions; the updater and the package maker's tool both ask them, and
 // both have words for each fault.
 //
-// Whoever adds a rule gives it a fault of its own. The compiler then asks both for the words.
+// Give each new rule a fault of its own. The compiler then asks both for the words.
 #ifndef TARVOLIN_PACKAGE_HEAD_RULES_H
 #define TARVOLIN_PACKAGE_HEAD_RULES_H
 

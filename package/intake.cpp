@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* kOp = "vexo_tarv_save_data";
 
-// Ends every failure behind the head check: leaves no destination open. Returns -1.
+// The end of every failure after the head check: leaves no destination open. Returns -1.
 int fail() {
   if (vexo_tarv_mtd_close_write(ginfo->write_ctx) != 0) TARV_LOG(kOp, "vexo_tarv_mtd_close_write failed\n");
   ginfo->write_ctx = nullptr;
@@ -39,11 +39,12 @@ int open_appending(const char* path) {
   return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
 }
 
-// Keeps a copy of the head in the run directory. A copy that cannot be opened is done without. Returns 0 or
-// -1.
+// Keeps a copy of the head in the run directory. A copy that cannot be opened is left out; one that cannot be
+// written whole is a failure, because readers would take it for the head. Returns 0 or -1.
 int copy_head() {
   const int fd = open_appending(PATH_TARV_HEAD);
   if (fd < 0) return 0;
+  // Descriptor 0 would mean that standard input was closed, and the file would be in its place.
   if (fd == 0) {
     TARV_LOG(kOp, "open PATH_TARV_HEAD 0\n");
     close(fd);
@@ -76,8 +77,8 @@ int check_recovery_package() {
   return -1;
 }
 
-// The block of the head record takes no record: no store can begin, and the one before it was not touched
-// behind that block. Returns -1.
+// The block of the head record takes no record, so no store can begin. Nothing behind that block has changed:
+// the reason says whether an earlier store is still armed. Returns -1.
 int refuse_head_block() {
   TARV_LOG(kOp, "vexo_tarv_init_head_flash error\n");
   store_head_record found = {};
@@ -97,6 +98,7 @@ int prepare_store() {
     return -1;
   }
   TARV_LOG(kOp, "tarv_umount_ubi userdata success\n");
+  // From here on nobody may restore what the partitions hold, whatever happens to this run.
   ghead->magic = TARV_STORING_MAGIC;
   ghead->status = ginfo->status;
   ghead->valid_pt = 0;
@@ -111,6 +113,7 @@ int prepare_store() {
     TARV_LOG(kOp, "%s[%d] mtd_seek_write_pos error\n", kOp, __LINE__);
     return fail();
   }
+  // Arming compares it: a head block that was marked bad meanwhile would move the record over data.
   ginfo->store_data_start = mtd_current_pos(ginfo->write_ctx->fd);
   if (ginfo->store_data_start < 0) {
     TARV_LOG(kOp, "mtd_erase_blocks: couldn't SEEK_CUR: %s\n", strerror(errno));
@@ -164,6 +167,7 @@ int start_images() {
     TARV_LOG(kOp, "unsupport file partition: %.32s, error\n", ginfo->head.images[0].name);
     return -1;
   }
+  // Even without images: the group of entry 0 decides what kind of package this is.
   select_image(0);
   if (ginfo->cur_pt_type == kRecoveryGroup) {
     if (check_recovery_package() != 0) return fail();
@@ -193,6 +197,7 @@ int32_t save_head(const uint8_t* buf, int32_t len) {
   if (taken < need) return 0;
   ginfo->head_done = 1;
   if (accept_head() != 0) return -1;
+  // The piece may hold the first bytes of the first image, or all of a small package.
   return vexo_tarv_save_data(buf + taken, len - taken) == 0 ? 0 : fail();
 }
 
@@ -204,6 +209,7 @@ int write_image(const uint8_t* buf, int32_t len) {
     return -1;
   }
   if (ginfo->cur_pt_type == kFileGroup) {
+    // A short write means a full /tmp. It is not tried again: the rest would not fit either.
     const ssize_t n = retry_interrupted([&] { return write(ginfo->wfd, buf, static_cast<size_t>(len)); });
     if (n == len) return 0;
     TARV_LOG(kOp, "[%d]vexo_tarv_file_append error, %d/%d\n", __LINE__, static_cast<int>(n), len);
@@ -259,6 +265,7 @@ int32_t start_next_image(const uint8_t* buf, int32_t len) {
   }
   select_image(ginfo->cur_image);
   if (prepare_destination() != 0) return -1;
+  // One piece may hold the ends of several small images.
   return vexo_tarv_save_data(buf, len);
 }
 

@@ -50,11 +50,12 @@ int check_store_image(const package_entry& entry, uint32_t index, uint32_t* offs
   TARV_LOG(kFlashOp, "imagesize: %d\n", entry.size);
   uint32_t crc = kCrcStart;
   if (read_store(entry.size, &crc, offset) != 0) return -1;
+  // The padding takes part in the stream but not in the CRC.
   if (read_store(store_padding(entry.size), nullptr, offset) != 0) return -1;
   return judge_image_crc(kFlashOp, entry, index, crc, "flash");
 }
 
-// CRC of the whole file, whatever its length; a read error ends it like the end of the file.
+// CRC of the whole file, whatever its length. A read error ends it like the end of the file: the CRC tells.
 uint32_t file_crc(int fd) {
   uint8_t piece[kReadPiece];
   uint32_t crc = kCrcStart;
@@ -83,7 +84,8 @@ int vexo_tarv_check_flash() {
   ginfo->read_ctx = nullptr;
   for (const uint32_t saved : ghead->ptsavesize) TARV_LOG(kFlashOp, "ptsavesize: %d\n", saved);
   uint32_t offset = 0;
-  // Once: behind a store that is full stands nothing, and certainly not its first image again.
+  // Only once: the context becomes null when the store has been read to its end. To open it again would start
+  // with the first image.
   bool opened = false;
   const int result = for_each_image_of(kStoreGroup, [&](const package_entry& entry, uint32_t index) {
     if (!std::exchange(opened, true) && open_store() != 0) return -1;

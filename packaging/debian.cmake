@@ -48,7 +48,7 @@ follows a run of the updater. tarv-store looks at a store, on flash or in
 dumps of it, proves its checksums, and takes images out of it; it never
 writes to flash.")
 
-# Of its own, so that whoever makes packages reads about them without a program that overwrites firmware.
+# A package of its own: people who make firmware packages read it without a program that overwrites firmware.
 set(CPACK_DEBIAN_PAGES_PACKAGE_NAME tarvolin-doc)
 set(CPACK_DEBIAN_PAGES_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_PAGES_PACKAGE_ARCHITECTURE all)

@@ -1,4 +1,4 @@
-// What a test in the same process may ask of the simulated flash, besides the seam itself.
+// Calls on the simulated flash for tests in the same process, besides the seam itself.
 #ifndef TARVOLIN_SIM_DEVICE_SIM_H
 #define TARVOLIN_SIM_DEVICE_SIM_H
 

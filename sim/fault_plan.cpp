@@ -40,7 +40,7 @@ int parse_op(const std::string& name) {
 fault_strike parse_strike(const std::string& text) {
   constexpr std::string_view mark = "+bad";
   const size_t plus = std::min(text.find('+'), text.size());
-  const bool marks = text.compare(plus, std::string::npos, mark) == 0;
+  const bool marks = text.substr(plus) == mark;
   for (const effect_name& row : kEffects) {
     if (text.compare(0, plus, row.name) != 0 || (plus < text.size() && !marks)) continue;
     return {row.effect, marks || row.effect == fault_effect::bad};

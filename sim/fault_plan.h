@@ -30,7 +30,7 @@ enum class fault_effect {
   powercut,       // the process ends there and then, the operation done in half
 };
 
-// What is to become of an operation.
+// The fate of one operation.
 struct fault_strike {
   fault_effect effect = fault_effect::none;
   bool marks_bad = false;  // the block is marked bad once the operation is over

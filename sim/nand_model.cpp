@@ -57,7 +57,7 @@ void nand_model::load_lines(const std::string& name) {
   std::ifstream file(folder_ + "/" + name);
   for (std::string line; std::getline(file, line);) {
     if (!line.empty() && line[0] != '#' && !parse_line(line)) {
-      stop(name + ": cannot understand \"" + line + "\"");
+      stop(std::string(name).append(": cannot understand \"").append(line).append("\""));
     }
   }
 }

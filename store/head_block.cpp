@@ -14,7 +14,8 @@ int64_t read_head(mtd_read_ctx& ctx, store_head_record& record) {
   if (mtd_seek_read_pos(ctx, 0) != 0) return -1;
   const int64_t begin = mtd_current_pos(ctx.fd);
   if (begin < 0 || mtd_read_data(ctx, &record, sizeof record) != sizeof record) return -1;
-  // Reads pass over a block that they cannot trust. The bytes must come from this one.
+  // Reads pass over a block that they cannot trust, and the next one holds package data. The position behind
+  // the read shows which block the bytes came from.
   const int64_t end = mtd_current_pos(ctx.fd);
   return end == begin + ctx.partition->erase_size ? end : -1;
 }
@@ -40,7 +41,7 @@ int64_t tarv_read_head_block(store_head_record& record) {
 int vexo_tarv_init_head_flash(const store_head_record& record) {
   mtd_write_ctx* const ctx = tarv_open_head_block(__func__);
   if (ctx == nullptr) return -1;
-  // The record goes first: as long as an older one that is armed may stand here, its store stays whole.
+  // The record comes before the erase: an older armed record that stays here must keep its store.
   const bool taken = mtd_write_in_place(*ctx, &record, sizeof record) == 0;
   if (!taken) {
     TARV_LOG(__func__, "%s[%d]mtd_write_data error\n", __func__, __LINE__);

@@ -6,6 +6,7 @@ namespace {
 
 // Loads the partition table and looks `name` up. Returns its entry, or null.
 const mtd_partition* find_partition(const char* op, const char* name) {
+  // Anew for each lookup: pointers from earlier loads stay valid, since entries are refilled in place.
   if (mtd_load_partitions() < 1) {
     TARV_LOG(op, "scan part failed.\n");
     return nullptr;

@@ -17,6 +17,7 @@ int check_image(const store_head_image& image, uint32_t i, store_fault& fault) {
              i, image.name);
     return -1;
   }
+  // In 64 bits: a size just below 4 GiB wraps when it is rounded up.
   const uint64_t filled_up = uint64_t{image.size} + store_padding(image.size);
   if (image.size_algin != filled_up) {
     snprintf(fault.text, sizeof fault.text,
@@ -41,16 +42,18 @@ int check_images(const store_head_record& record, store_fault& fault) {
 
 // The record has no slot for the last count: it is what the others leave.
 int fill_counts(const store_head_record& record, store_counts& counts, store_fault& fault) {
+  // In 64 bits: eight hostile sizes and three hostile counts would wrap 32.
   uint64_t total = 0;
   for (uint32_t i = 0; i < record.image_num; ++i) total += record.images[i].size_algin;
-  uint64_t told = 0;
-  for (size_t i = 0; i < kStoreCountSlots; ++i) told += counts[i] = record.ptsavesize[i];
-  if (told > total) {
+  uint64_t recorded = 0;
+  for (size_t i = 0; i < kStoreCountSlots; ++i) recorded += counts[i] = record.ptsavesize[i];
+  if (recorded > total) {
     snprintf(fault.text, sizeof fault.text,
-             "the counts of the record make %" PRIu64 " bytes, its images take only %" PRIu64, told, total);
+             "the counts of the record make %" PRIu64 " bytes, its images take only %" PRIu64, recorded,
+             total);
     return -1;
   }
-  counts[kStoreCountSlots] = total - told;
+  counts[kStoreCountSlots] = total - recorded;
   return 0;
 }
 

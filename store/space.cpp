@@ -52,6 +52,7 @@ uint32_t get_partition_valid_size(const char* name) {
   TARV_LOG(__func__, "size: %d, blocks: %d, bad_blocks: %d\n", partition->size, blocks, bad);
   (void)!mtd_write_close(ctx);  // nothing was written
 
+  // The block counts as used even though it holds 400 bytes only: data never share it.
   const uint32_t head_block = strcmp(name, store_list[0]) == 0 ? 1 : 0;
   const uint32_t unusable = bad + head_block + reserved_bytes(name) / partition->erase_size;
   const uint32_t valid = blocks > unusable ? partition->erase_size * (blocks - unusable) : 0;
@@ -65,6 +66,7 @@ uint32_t vexo_tarv_get_partition_valid_size() {
   uint32_t total = 0;
   for (size_t i = 0; i < store_list.size(); ++i) {
     const uint32_t valid = get_partition_valid_size(store_list[i]);
+    // Those behind it stay at 0: restoring software takes the partitions in order and could not pass a gap.
     if (valid == kNoValidSize) break;
     ginfo->store_capacity[i] = valid;
     ++ginfo->store_partitions;
@@ -86,6 +88,7 @@ int mtd_seek_pos(uint32_t size, uint32_t erase_size, int fd, uint32_t position) 
       return -1;
     }
     if (result == 0) {
+      // A position of 0 stops at the first good block too, so that no caller starts on a bad one.
       if (++good >= target) {
         return mtd_seek_to(fd, position + static_cast<int64_t>(bad) * erase_size) ? 0 : -1;
       }

@@ -80,7 +80,9 @@ int append_across(int i, const uint8_t* data, uint32_t length) {
     TARV_LOG(kAppend, "no partiton, no data return\n");
     return 0;
   }
+  // Even when nothing is left over: the next append needs an open partition.
   if (enter_partition(i + 1) != 0) return -1;
+  // The next partition may hold less than the rest, or nothing.
   return rest == 0 ? 0 : vexo_tarv_mtd_append(data + room, static_cast<int32_t>(rest));
 }
 
@@ -156,6 +158,7 @@ int vexo_tarv_mtd_append(const void* data, int32_t length) {
     return -1;
   }
   const auto bytes = static_cast<uint32_t>(length);
+  // At the capacity, not behind it: what lies beyond is the reserve for blocks that fail.
   if (store_saved(i) + bytes >= capacity_of(i)) {
     return append_across(i, static_cast<const uint8_t*>(data), bytes);
   }
@@ -175,6 +178,7 @@ int vexo_tarv_mtd_read(void* data, uint32_t length, uint32_t* offset) {
     return -1;
   }
   auto* const out = static_cast<uint8_t*>(data);
+  // The writer's own counts say where a partition ends; its size says nothing, because of the reserve.
   if (*offset + length < store_saved(i)) return read_counted(out, length, offset);
   const uint32_t first = store_saved(i) - *offset;
   if (read_counted(out, first, offset) != 0) return -1;

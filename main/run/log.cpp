@@ -26,10 +26,11 @@ void format_stamp(char* stamp, size_t capacity) {
 }  // namespace
 
 int tarv_log(const char* path, const char* backup, int32_t limit, const char* message) {
+  // Checked before the line, not after it: the log never grows beyond the limit and one line.
   if (tarv_file_size(path) > limit) {
     char command[1024];
     snprintf(command, sizeof command, "mv %s %s", path, backup);
-    // A failed move leaves the log growing; the next line tries again.
+    // If the move fails, the log grows; the next line tries again.
     tarv_run_command(command);
   }
   char stamp[80];
@@ -37,6 +38,7 @@ int tarv_log(const char* path, const char* backup, int32_t limit, const char* me
   char line[1024];
   snprintf(line, sizeof line, "%s %s", stamp, message);
   tarv_append_file(path, line);
+  // The file may be out of reach (no room, no folder); a --debug run still shows the line.
   puts(line);
   return 0;
 }
@@ -54,6 +56,7 @@ int tarv_append_file(const char* path, const char* text) {
 }
 
 void tarv_log_line(const char* operation, int line, const char* format, ...) {
+  // Callers may log before they pass errno on.
   const int saved_errno = errno;
   char message[4096];
   const int prefix = snprintf(message, sizeof message, "%s(%d): ", operation, line);

@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::string_view kUnknownStatusLine = "TARV_STATUS_ERR_INPUT\n";
 
-// Has `write_from(done, left)` write until nothing is left or it fails.
+// Calls `write_from(done, left)` until nothing is left or a write fails. A write of nothing ends it too: on a
+// full /tmp it would never get further.
 template <typename Write>
 void write_fully(size_t len, Write write_from) {
   for (size_t done = 0; done < len;) {
@@ -26,8 +27,8 @@ void write_fully(size_t len, Write write_from) {
   }
 }
 
-// Opens `path` for writing with `mode_flag` (O_TRUNC or O_APPEND) and writes the bytes; whatever fails, fails
-// silently.
+// Opens `path` for writing with `mode_flag` (O_TRUNC or O_APPEND) and writes the bytes. Failures are silent:
+// an update must not fail because its progress cannot be shown.
 void put_file(const char* path, int mode_flag, const void* data, size_t len) {
   const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | mode_flag, 0666));
   if (!fd.valid()) return;
@@ -35,8 +36,8 @@ void put_file(const char* path, int mode_flag, const void* data, size_t len) {
   write_fully(len, [&](size_t done, size_t left) { return write(fd.get(), bytes + done, left); });
 }
 
-// True when the open file is still the one that its name leads to, and holds no longer text than the next
-// one: overwriting it then leaves just that.
+// True when the open file still has its name, and holds no longer text than the next one. Then overwriting it
+// leaves exactly the new text, and no reader ever finds the file empty.
 bool can_overwrite(int fd, size_t len) {
   struct stat info;
   return fd >= 0 && fstat(fd, &info) == 0 && info.st_nlink > 0 && info.st_size <= static_cast<off_t>(len);
@@ -51,6 +52,7 @@ void tarv_image_path(char (&path)[kImagePathCapacity], const char* file_name) {
 void tarv_write_status() {
   const auto status = static_cast<uint32_t>(ginfo->status);
   const std::string_view line = status < kStatusLines.size() ? kStatusLines[status] : kUnknownStatusLine;
+  // The name first: whoever sees the new number finds its line.
   put_file(PATH_TARV_STATUS_STR, O_APPEND, line.data(), line.size());
   tarv_write_int_file(PATH_TARV_STATUS, ginfo->status);
 }

@@ -103,7 +103,7 @@ class DaemonTest(unittest.TestCase):
         self.check_update()
 
     def test_second_starts(self):
-        """Ten at once, of which one goes on; one more beside it, which leaves everything as it is."""
+        """Ten start at once and one runs; another one, started beside it, leaves everything as it is."""
         def snapshot():
             paths = self.pid_file, *self.module.run_dir.iterdir()
             return {path: (path.read_bytes(), path.stat().st_ino, path.stat().st_mtime_ns) for path in paths}

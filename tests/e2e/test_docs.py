@@ -1,4 +1,4 @@
-"""What the pages say, held against what the programs do; their links, paths and words against what is there."""
+"""The pages' tables and dumps against the programs and sources; their links, paths and `./dev` words against the tree."""
 import json
 import pathlib
 import re

@@ -1,4 +1,4 @@
-"""Options: what the programs take, what their manual pages tell, and what the shell offers, are the same."""
+"""Options: the programs, their manual pages and the shell completion have the same ones."""
 import json
 import pathlib
 import re

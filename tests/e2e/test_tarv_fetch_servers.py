@@ -1,4 +1,4 @@
-"""tarv-fetch with real servers and proxies, some of which have a hard time meanwhile."""
+"""tarv-fetch with real servers and proxies, some of which fail meanwhile."""
 import os
 import pathlib
 import signal

@@ -179,7 +179,7 @@ class TarvRestore(unittest.TestCase):
         self.restore(module, "--check")
         self.assertTrue(module.dumps() == {**{n: module.initial(n) for n in module.partitions}, **{
             n: self.flash[n] for n in STORE_LIST}})
-        with open("/dev/full", "wb") as full:  # whoever looks on does not count
+        with open("/dev/full", "wb") as full:  # output that cannot be written does not stop a restore
             self.restore(module, "--keep", stdout=full)
         self.holds(module, PACKAGE)
         self.restore(module, preexec_fn=lambda: [os.close(fd) for fd in (0, 1, 2)])

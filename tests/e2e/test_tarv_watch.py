@@ -1,4 +1,4 @@
-"""tarv-watch beside runs of the updater: before, during and after them, on terminals and on none."""
+"""tarv-watch beside runs of the updater: before, during and after them, with and without a terminal."""
 import json
 import os
 import re
@@ -77,7 +77,7 @@ class TarvWatch(unittest.TestCase):
             self.check_end(self.watch("--json", out=full), 1)
 
     def test_files_that_contradict(self):
-        """The status decides; what does not go with it is said, and what is no run directory or pid file refused."""
+        """The status decides. A contradiction is reported; what is no run directory or pid file is refused."""
         names = ["IDLE", "DOWNLOAD", "CHECK", "INSTALL", "RESTORE", "SUCCESS", "FAILED"]
         folder = self.module.folder
         (folder / "dead").write_bytes(b"123".ljust(128, b"\0"))

@@ -1,4 +1,5 @@
-// The head check. Input: the head, zeros for what it lacks; magic, sizes, length, project and CRC are mended.
+// The head check. Input: the head, zeros for what it lacks; magic, sizes, length, project and CRC are then
+// corrected.
 #include <algorithm>
 #include <cstring>
 #include <set>

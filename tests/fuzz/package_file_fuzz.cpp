@@ -12,6 +12,8 @@
 #include "tools/tarv-pkg/package_file.h"
 #include "tools/tarv-pkg/show.h"
 
+using namespace tools::tarv_pkg;
+
 constexpr uint64_t kLongest = 1 << 16;  // of a file that is made as long as its head says
 
 static std::string make_file(uint8_t choices, std::string file) {
@@ -26,7 +28,7 @@ static std::string make_file(uint8_t choices, std::string file) {
 static void try_out(void (*work)()) {
   try {
     work();
-  } catch (const refusal& fault) {
+  } catch (const tools::refusal& fault) {
     REQUIRE(*fault.what() != '\0');
   }
 }

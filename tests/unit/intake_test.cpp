@@ -172,8 +172,8 @@ TEST_F(Intake, LeavesNothingOpenAfterAFailure) {
   }
 }
 
-// Sizes that wrap can announce images which have never come. They are not behind the end of a store that is
-// full, and not at its beginning either.
+// Sizes that wrap can announce images which never arrive. No reader may find them: neither behind the end of
+// a full store, nor at its beginning.
 TEST_F(Intake, NothingStandsBehindAFullStore) {
   const std::string bytes = package({{"system", 8192}, {"modem", 8192}, {"system", 16384}});
   start_for(bytes);

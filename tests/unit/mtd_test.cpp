@@ -1,4 +1,4 @@
-// Partitions, and transfers on one of six small blocks whose blocks and device calls fail in turn.
+// Partitions, and transfers on a partition of six small blocks, where blocks and device calls fail in turn.
 #include "mtd/block_io.h"
 
 #include <cerrno>

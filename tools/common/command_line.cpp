@@ -8,6 +8,8 @@
 #include "tools/common/printable.h"
 #include "tools/common/refusal.h"
 
+namespace tools {
+
 namespace {
 
 // The parser takes the next word for the value of an option written as "--version=", which an unset variable
@@ -75,3 +77,5 @@ int take_command_line(CLI::App& app, int argc, char* argv[], FILE* out, const st
     return kWrongUsage;
   }
 }
+
+}  // namespace tools

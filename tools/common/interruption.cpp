@@ -3,6 +3,8 @@
 #include <csignal>
 #include <initializer_list>
 
+namespace tools {
+
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -31,3 +33,5 @@ bool was_interrupted() {
 void heed_interruptions() {
   if (was_interrupted()) throw interruption();
 }
+
+}  // namespace tools

@@ -1,9 +1,11 @@
-// Being asked to end. A signal only leaves a note, which long work looks at, so that an interrupted job takes
-// the same way out as a failed one and leaves no temporary file.
+// Requests to end. A signal only leaves a note, and long work looks for it: so an interrupted job ends as a
+// failed one does, and leaves no temporary file.
 #ifndef TARVOLIN_TOOLS_COMMON_INTERRUPTION_H
 #define TARVOLIN_TOOLS_COMMON_INTERRUPTION_H
 
 #include <stdexcept>
+
+namespace tools {
 
 // Takes note of SIGINT, SIGTERM and SIGHUP from now on, those excepted that the tool's starter has ignored.
 void note_interruptions();
@@ -18,5 +20,7 @@ struct interruption : std::runtime_error {
 
 // Throws an interruption once a signal has arrived.
 void heed_interruptions();
+
+}  // namespace tools
 
 #endif

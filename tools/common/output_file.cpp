@@ -10,6 +10,8 @@
 #include "base/retry.h"
 #include "tools/common/refusal.h"
 
+namespace tools {
+
 namespace {
 
 // The mode that open(2) would give a new file; mkostemp gives one that only the owner can read.
@@ -84,3 +86,5 @@ void output_file::commit() {
   if (!done) throw system_refusal("cannot give a file the name " + in_quotes(path_));
   temporary_.clear();
 }
+
+}  // namespace tools

@@ -1,4 +1,4 @@
-// Where a tool puts its results: a file that comes into being whole or not at all, or a stream.
+// The place for a tool's results: a file that appears whole or not at all, or a stream.
 #ifndef TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
 #define TARVOLIN_TOOLS_COMMON_OUTPUT_FILE_H
 
@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace tools {
+
 // The name of standard output, where a tool can write to it in a file's place.
 constexpr std::string_view kStandardOutput = "-";
 
@@ -14,14 +16,14 @@ constexpr std::string_view kStandardOutput = "-";
 // file that is read-only: a slip of the pen must not replace a device, a link, or what somebody protects.
 void check_output_path(const std::string& path);
 
-// Refuses a stream that leads to a terminal: bytes of an image are nothing to look at.
+// Refuses a stream that leads to a terminal: the bytes of an image would garble it.
 void check_output_stream(FILE* out);
 
 // Appends `length` bytes to a stream for results; throws a refusal when it does not take them.
 void write_stream(FILE* out, const void* data, size_t length);
 
 // Collects its bytes in a temporary file of the same folder, which takes the wanted name on commit(). Without
-// a commit the temporary file disappears and whatever had the name before stays untouched. Members throw a
+// a commit the temporary file disappears, and an older file of that name stays as it was. Members throw a
 // refusal when they cannot do what they promise.
 class output_file {
  public:
@@ -42,5 +44,7 @@ class output_file {
   std::string temporary_;  // empty once the file has its name
   int fd_;                 // -1 once closed
 };
+
+}  // namespace tools
 
 #endif

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdio>
 
+namespace tools {
+
 namespace {
 
 // Lead bytes of UTF-8 and what may follow: ranges for the second byte keep out overlong forms, surrogates and
@@ -24,7 +26,7 @@ uint8_t byte_at(std::string_view text, size_t i) {
   return static_cast<uint8_t>(text[i]);
 }
 
-// True when `text`, which begins with a byte of `lead`, goes on as that byte promises.
+// True when `text`, which begins with a byte of `lead`, has the following bytes that `lead` asks for.
 bool continues(const lead_range& lead, std::string_view text) {
   if (text.size() < lead.length) return false;
   for (size_t i = 1; i < lead.length; ++i) {
@@ -107,3 +109,5 @@ std::string in_hex(uint32_t value) {
   snprintf(text, sizeof text, "0x%08" PRIx32, value);
   return text;
 }
+
+}  // namespace tools

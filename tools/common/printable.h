@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+namespace tools {
+
 // `text` with control characters and malformed bytes as \xNN and a backslash as \\.
 [[nodiscard]] std::string printable(std::string_view text);
 
@@ -20,5 +22,7 @@
 
 // A number that is a bit pattern, as the updater's log prints it: 0x and eight digits.
 [[nodiscard]] std::string in_hex(uint32_t value);
+
+}  // namespace tools
 
 #endif

@@ -6,6 +6,8 @@
 #include <cinttypes>
 #include <cstdio>
 
+namespace tools {
+
 using std::chrono::steady_clock;
 
 progress::progress(const char* work, uint64_t total_bytes)
@@ -30,3 +32,5 @@ void progress::add(uint64_t bytes) {
                      static_cast<double>(done_) / kMib, static_cast<double>(total_) / kMib, percent) -
              1;
 }
+
+}  // namespace tools

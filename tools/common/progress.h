@@ -1,9 +1,11 @@
-// How far long work has come: one line on standard error, for whoever waits at a terminal.
+// The progress of long work: one line on standard error, for people at a terminal.
 #ifndef TARVOLIN_TOOLS_COMMON_PROGRESS_H
 #define TARVOLIN_TOOLS_COMMON_PROGRESS_H
 
 #include <chrono>
 #include <cstdint>
+
+namespace tools {
 
 // Silent unless standard error is a terminal, and in the first second. The line disappears with the object.
 class progress {
@@ -23,5 +25,7 @@ class progress {
   bool silent_;
   int columns_ = 0;  // of the line that stands there
 };
+
+}  // namespace tools
 
 #endif

@@ -1,4 +1,4 @@
-// How a job of the tool ends when it is not done: with one sentence for the user and exit status 1.
+// A job that is not done ends with a refusal: one sentence for the user, and exit status 1.
 #ifndef TARVOLIN_TOOLS_COMMON_REFUSAL_H
 #define TARVOLIN_TOOLS_COMMON_REFUSAL_H
 
@@ -8,8 +8,10 @@
 #include <string>
 #include <string_view>
 
+namespace tools {
+
 // Thrown where the fault is found; what() names the object, the numbers and, where there is one, the way out.
-// It may quote hostile text: whoever prints it escapes it.
+// It may quote hostile text: escape it before printing.
 struct refusal : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -33,5 +35,7 @@ void in_place(const std::string& place, const Work& work) {
     throw refusal(place + fault.what());
   }
 }
+
+}  // namespace tools
 
 #endif

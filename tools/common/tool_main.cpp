@@ -7,6 +7,8 @@
 #include "tools/common/interruption.h"
 #include "tools/common/printable.h"
 
+namespace tools {
+
 int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, char* argv[], int on_fault) {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
@@ -18,3 +20,5 @@ int run_tool(const char* name, int (*work)(int argc, char* argv[]), int argc, ch
     return was_interrupted() ? kInterrupted : on_fault;  // an interrupted write is no fault
   }
 }
+
+}  // namespace tools

@@ -10,6 +10,8 @@
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/package_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 void check_magic(const package_head& head) {
@@ -82,3 +84,5 @@ void check_package(const std::string& path) {
   printf("OK: version %s, images %u, bytes %" PRIu64 "\n", printable(field_text(head.img_version)).c_str(),
          head.image_num, file.size());
 }
+
+}  // namespace tools::tarv_pkg

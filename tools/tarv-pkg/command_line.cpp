@@ -17,6 +17,8 @@
 #include "tools/tarv-pkg/partition_names.h"
 #include "tools/tarv-pkg/show.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 // The words of the command line, as they were given.
@@ -114,7 +116,7 @@ void take_images(const words& given, package_order& order) {
     bool found = false;
     for (image_order& image : order.images) {
       if (image.partition.text != partition) continue;
-      if (image.saved_name.is_told())
+      if (image.saved_name.is_given())
         throw CLI::ValidationError("--save-as", "partition " + in_quotes(partition) + " is named twice");
       image.saved_name.text = name;
       found = true;
@@ -124,7 +126,7 @@ void take_images(const words& given, package_order& order) {
 }
 
 // What the command line gives counts more than what the manifest gives.
-void take_word(const std::optional<std::string>& word, told& into) {
+void take_word(const std::optional<std::string>& word, given_text& into) {
   if (word) into = {*word, {}};
 }
 
@@ -136,7 +138,7 @@ package_order order_of(const words& given) {
   } else {
     take_images(given, order);
   }
-  if (!given.version && !order.version.is_told())
+  if (!given.version && !order.version.is_given())
     throw CLI::RequiredError("--version, here or in a manifest,");
   take_word(given.version, order.version);
   take_word(given.major_version, order.major_version);
@@ -173,3 +175,5 @@ int run_command_line(int argc, char* argv[]) {
       "  2 wrong usage; with diff: 0 the same, 1 different, 2 trouble; 130 interrupted");
   return take_command_line(app, argc, argv, stdout, [&] { return do_job(app, given); });
 }
+
+}  // namespace tools::tarv_pkg

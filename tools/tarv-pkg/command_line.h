@@ -4,8 +4,12 @@
 
 #include "tools/common/exit_status.h"
 
+namespace tools::tarv_pkg {
+
 // Reads the command line and does the job. Returns kDone, or kWrongUsage with the reason on standard error;
 // throws a refusal when the job is not done.
 [[nodiscard]] int run_command_line(int argc, char* argv[]);
+
+}  // namespace tools::tarv_pkg
 
 #endif

@@ -7,6 +7,8 @@
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/package_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 constexpr uint64_t kPiece = 16 * kComparedBlock;
@@ -20,25 +22,26 @@ struct package {
   package_head head;
 };
 
-value number(uint32_t n) {
+shown_value number(uint32_t n) {
   return {std::to_string(n), std::to_string(n)};
 }
 
-value bits(uint32_t n) {
+shown_value bits(uint32_t n) {
   return {in_hex(n), std::to_string(n)};
 }
 
-value words(std::string_view text) {
+shown_value words(std::string_view text) {
   return {'"' + printable(text) + '"', json_string(text)};
 }
 
-bool any_differs(const std::vector<field>& fields) {
-  return std::any_of(fields.begin(), fields.end(), [](const field& one) { return one.differs(); });
+bool any_differs(const std::vector<compared_field>& fields) {
+  return std::any_of(fields.begin(), fields.end(), [](const compared_field& one) { return one.differs(); });
 }
 
-std::vector<field> entry_fields(const package_entry* a, const package_entry* b) {
+std::vector<compared_field> entry_fields(const package_entry* a, const package_entry* b) {
   const auto both = [&](const char* name, auto read) {
-    return field{name, a == nullptr ? value{} : read(*a), b == nullptr ? value{} : read(*b)};
+    return compared_field{name, a == nullptr ? shown_value{} : read(*a),
+                          b == nullptr ? shown_value{} : read(*b)};
   };
   return {both("file_name", [](const package_entry& one) { return words(field_text(one.file_name)); }),
           both("size", [](const package_entry& one) { return number(one.size); }),
@@ -79,12 +82,12 @@ std::vector<image_pair> pair_images(const package_head& a, const package_head& b
 }
 
 // The order in which one of the packages has the images of both.
-value order_of(std::vector<image_pair> pairs, std::optional<uint32_t> image_pair::*position) {
+shown_value order_of(std::vector<image_pair> pairs, std::optional<uint32_t> image_pair::*position) {
   const auto before = [&](const image_pair& one, const image_pair& other) {
     return one.*position < other.*position;
   };
   std::stable_sort(pairs.begin(), pairs.end(), before);
-  value order = {"", ""};
+  shown_value order = {"", ""};
   for (const image_pair& pair : pairs) {
     if (!pair.a || !pair.b) continue;
     order.text += (order.text.empty() ? "" : " ") + printable(pair.name);
@@ -93,8 +96,8 @@ value order_of(std::vector<image_pair> pairs, std::optional<uint32_t> image_pair
   return {order.text, '[' + order.json + ']'};
 }
 
-std::vector<field> head_fields(const package_head& a, const package_head& b,
-                               const std::vector<image_pair>& images) {
+std::vector<compared_field> head_fields(const package_head& a, const package_head& b,
+                                        const std::vector<image_pair>& images) {
   return {{"major_version", number(a.major_version), number(b.major_version)},
           {"minor_version", number(a.minor_version), number(b.minor_version)},
           {"img_version", words(field_text(a.img_version)), words(field_text(b.img_version))},
@@ -172,3 +175,5 @@ comparison compare_packages(const std::string& path_a, const std::string& path_b
   if (!found.differs()) found.unused = first_difference(bytes_of(a.head), bytes_of(b.head));
   return found;
 }
+
+}  // namespace tools::tarv_pkg

@@ -7,17 +7,19 @@
 #include <string>
 #include <vector>
 
+namespace tools::tarv_pkg {
+
 constexpr uint64_t kComparedBlock = 4096;  // bytes; the unit of the store, in which differences are counted
 
 // A value of one of the packages, ready for printing.
-struct value {
+struct shown_value {
   std::string text;  // empty: the package has none
   std::string json = "null";
 };
 
-struct field {
+struct compared_field {
   const char* name;
-  value a, b;
+  shown_value a, b;
 
   bool differs() const { return a.text != b.text; }
 };
@@ -26,7 +28,7 @@ struct field {
 struct image_pair {
   std::optional<uint32_t> a, b;  // positions in the tables
   std::string name;
-  std::vector<field> fields;
+  std::vector<compared_field> fields;
   uint64_t blocks = 0, different = 0;  // of the data, for an image of both
   std::optional<uint64_t> first = {};  // byte of the data that differs
 
@@ -34,9 +36,9 @@ struct image_pair {
 };
 
 struct comparison {
-  std::vector<field> head;         // and "order", that of the images which both have
-  std::optional<uint64_t> unused;  // when nothing else differs: the first byte of the head that does
-  std::vector<image_pair> images;  // in the order of the first package, then those that only the second has
+  std::vector<compared_field> head;  // and "order", that of the images which both have
+  std::optional<uint64_t> unused;    // when nothing else differs: the first byte of the head that does
+  std::vector<image_pair> images;    // in the order of the first package, then those that only the second has
 
   // False: the files are the same byte for byte.
   bool differs() const;
@@ -44,5 +46,7 @@ struct comparison {
 
 // Throws a refusal when one of the files is not shaped as a package or cannot be read.
 [[nodiscard]] comparison compare_packages(const std::string& a, const std::string& b);
+
+}  // namespace tools::tarv_pkg
 
 #endif

@@ -15,13 +15,15 @@
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/input_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 constexpr char kUnusedEntryName[] = "system";
 
 // Puts a text into its field of the head; `what` and `advice` are for the case that it does not fit.
 template <size_t N>
-void put_text(char (&field)[N], const told& word, const std::string& what, const std::string& advice) {
+void put_text(char (&field)[N], const given_text& word, const std::string& what, const std::string& advice) {
   const std::string& text = word.text;
   if (holds_control_character(text)) {
     throw refusal(word.place + what + " holds a control character; " + advice);
@@ -37,15 +39,15 @@ void put_entry(package_entry& entry, const image_order& image) {
   const std::string& partition = image.partition.text;
   in_place(image.partition.place, [&] { check_partition_name(partition); });
   put_text(entry.name, image.partition, "partition " + in_quotes(partition), "shorten it");
-  const told of_file = {std::filesystem::path(image.path.text).filename(), image.path.place};
-  const told& saved = image.saved_name.is_told() ? image.saved_name : of_file;
+  const given_text of_file = {std::filesystem::path(image.path.text).filename(), image.path.place};
+  const given_text& saved = image.saved_name.is_given() ? image.saved_name : of_file;
   put_text(entry.file_name, saved,
            "the saved name " + in_quotes(saved.text) + " of partition " + in_quotes(partition),
            "choose another one with save-as");
 }
 
-uint16_t number_of(const told& word) {
-  if (!word.is_told()) return 0;
+uint16_t number_of(const given_text& word) {
+  if (!word.is_given()) return 0;
   const std::optional<uint16_t> number = version_number(word.text);
   if (!number) throw refusal(word.place + in_quotes(word.text) + " is not a number from 0 to 65535");
   return *number;
@@ -174,3 +176,5 @@ void create_package(const package_order& order) {
   crc32_init_table();
   streams ? write_to_stream(head, files, stdout) : write_file(head, files, order.output);
 }
+
+}  // namespace tools::tarv_pkg

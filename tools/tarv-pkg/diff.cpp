@@ -6,6 +6,8 @@
 #include "tools/common/printable.h"
 #include "tools/tarv-pkg/comparison.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 const char* kind_of(const image_pair& pair) {
@@ -14,8 +16,8 @@ const char* kind_of(const image_pair& pair) {
   return pair.differs() ? "changed" : "same";
 }
 
-void print_fields(const std::string& owner, const std::vector<field>& fields) {
-  for (const field& one : fields) {
+void print_fields(const std::string& owner, const std::vector<compared_field>& fields) {
+  for (const compared_field& one : fields) {
     if (!one.differs()) continue;
     printf("%s%s %s -> %s\n", owner.c_str(), one.name, one.a.text.c_str(), one.b.text.c_str());
   }
@@ -25,7 +27,8 @@ void print_image(const image_pair& pair) {
   const std::string owner = "image " + printable(pair.name) + ": ";
   if (!pair.a || !pair.b) {
     printf("%s%s: index %u", owner.c_str(), kind_of(pair), pair.a ? *pair.a : *pair.b);
-    for (const field& one : pair.fields) printf(", %s %s", one.name, (pair.a ? one.a : one.b).text.c_str());
+    for (const compared_field& one : pair.fields)
+      printf(", %s %s", one.name, (pair.a ? one.a : one.b).text.c_str());
     printf("\n");
     return;
   }
@@ -48,21 +51,21 @@ std::string json_number(const std::optional<Number>& n) {
   return n ? std::to_string(*n) : "null";
 }
 
-std::string json_field(const field& one) {
+std::string json_field(const compared_field& one) {
   return std::string("\"") + one.name + "\": [" + one.a.json + ", " + one.b.json + "]";
 }
 
 void print_json_image(const image_pair& pair) {
   printf("{\"name\": %s, \"change\": \"%s\", ", json_string(pair.name).c_str(), kind_of(pair));
   printf("\"index\": [%s, %s], ", json_number(pair.a).c_str(), json_number(pair.b).c_str());
-  for (const field& one : pair.fields) printf("%s, ", json_field(one).c_str());
+  for (const compared_field& one : pair.fields) printf("%s, ", json_field(one).c_str());
   printf("\"first_difference\": %s, \"blocks\": %" PRIu64 ", \"blocks_different\": %" PRIu64 "}",
          json_number(pair.first).c_str(), pair.blocks, pair.different);
 }
 
 void print_json(const comparison& found) {
   printf("{\n  \"same\": %s,\n", found.differs() ? "false" : "true");
-  for (const field& one : found.head) printf("  %s,\n", json_field(one).c_str());
+  for (const compared_field& one : found.head) printf("  %s,\n", json_field(one).c_str());
   printf("  \"unused\": %s,\n  \"images\": [", json_number(found.unused).c_str());
   for (const image_pair& pair : found.images) {
     printf(&pair == &found.images.front() ? "\n    " : ",\n    ");
@@ -78,3 +81,5 @@ bool diff_packages(const std::string& a, const std::string& b, bool as_json) {
   as_json ? print_json(found) : print_text(found);
   return found.differs();
 }
+
+}  // namespace tools::tarv_pkg

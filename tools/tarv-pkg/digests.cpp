@@ -9,6 +9,8 @@
 #include "tools/tarv-pkg/check.h"
 #include "tools/tarv-pkg/package_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 // Takes the bytes of a package in pieces of any size.
@@ -77,3 +79,5 @@ void write_digests(const std::string& path, const std::string& output) {
   out.write(text.data(), text.size());
   out.commit();
 }
+
+}  // namespace tools::tarv_pkg

@@ -10,6 +10,8 @@
 #include "tools/tarv-pkg/manifest.h"
 #include "tools/tarv-pkg/package_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 void make_folder(const std::string& folder) {
@@ -72,3 +74,5 @@ void extract_package(const std::string& path, const std::string& folder) {
                   " there are, whole, only:" + written);
   }
 }
+
+}  // namespace tools::tarv_pkg

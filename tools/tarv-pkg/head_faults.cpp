@@ -5,6 +5,8 @@
 #include "store/partition_groups.h"
 #include "tools/tarv-pkg/partition_names.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 // What is wrong with the saved name of an image, or null when the fault is another one.
@@ -130,3 +132,5 @@ void check_entries(const package_head& head) {
 void check_no_partition_twice(const package_head& head) {
   check_repetitions(head, true);
 }
+
+}  // namespace tools::tarv_pkg

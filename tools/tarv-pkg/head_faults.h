@@ -13,6 +13,8 @@
 #include "package/format.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_pkg {
+
 // A refusal for the sake of one image of the table.
 struct image_refusal : refusal {
   image_refusal(const package_head& head, uint32_t i, const std::string& fault);
@@ -32,5 +34,7 @@ void check_entries(const package_head& head);
 // One image at most for each partition: more than the updater demands, which takes a partition twice if it is
 // of the store group. Needs `image_num` of at most kMaxImages.
 void check_no_partition_twice(const package_head& head);
+
+}  // namespace tools::tarv_pkg
 
 #endif

@@ -10,6 +10,8 @@
 #include "package/crc32.h"
 #include "tools/common/interruption.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 constexpr size_t kPiece = 65536;  // bytes read and passed on at a time
 }
@@ -75,3 +77,5 @@ uint32_t pass_data(input_file& file, uint64_t length,
   }
   return crc;
 }
+
+}  // namespace tools::tarv_pkg

@@ -12,6 +12,8 @@
 #include "base/unique_fd.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_pkg {
+
 // Every member throws a refusal, naming the file, when it cannot do what it promises.
 class input_file {
  public:
@@ -44,5 +46,7 @@ class input_file {
 // Passes the next `length` bytes of `file` to `take`, piece by piece, and returns their package CRC.
 [[nodiscard]] uint32_t pass_data(input_file& file, uint64_t length,
                                  const std::function<void(const void* data, size_t length)>& take);
+
+}  // namespace tools::tarv_pkg
 
 #endif

@@ -6,6 +6,8 @@
 #include "tools/common/tool_main.h"
 #include "tools/tarv-pkg/command_line.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 int run(int argc, char* argv[]) {
@@ -16,8 +18,11 @@ int run(int argc, char* argv[]) {
 
 }  // namespace
 
+}  // namespace tools::tarv_pkg
+
 int main(int argc, char* argv[]) {
   // Options before the job end the work, so the job's word is the first one.
   const bool compares = argc > 1 && std::string_view(argv[1]) == "diff";
-  return run_tool("tarv-pkg", run, argc, argv, compares ? kTrouble : kRefused);
+  return tools::run_tool("tarv-pkg", tools::tarv_pkg::run, argc, argv,
+                         compares ? tools::kTrouble : tools::kRefused);
 }

@@ -8,6 +8,8 @@
 #include "tools/tarv-pkg/head_faults.h"
 #include "tools/tarv-pkg/input_file.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 constexpr uint64_t kMaxLength = 1048576;  // bytes; a longer file is something else
@@ -47,7 +49,7 @@ void begin_image(std::string_view line, const std::string& place, package_order&
 }
 
 // Where the value of `key` belongs at this point of the manifest.
-told& find_word(std::string_view key, package_order& order) {
+given_text& find_word(std::string_view key, package_order& order) {
   if (order.images.empty()) {
     if (key == "version") return order.version;
     if (key == "major") return order.major_version;
@@ -70,8 +72,8 @@ void take_value(std::string_view line, const std::string& place, package_order& 
   if (equals == std::string_view::npos)
     throw refusal("the line is not of the form KEY = VALUE or [PARTITION]");
   const std::string_view key = trimmed(line.substr(0, equals)), value = trimmed(line.substr(equals + 1));
-  told& word = find_word(key, order);
-  if (word.is_told()) throw refusal(in_quotes(key) + " is told twice; leave one of them out");
+  given_text& word = find_word(key, order);
+  if (word.is_given()) throw refusal(in_quotes(key) + " stands there twice; leave one of them out");
   if (value.empty()) throw refusal(in_quotes(key) + " has no value");
   if (holds_control_character(value)) throw refusal(in_quotes(key) + " holds a control character");
   word = {std::string(unquoted(value)), place};
@@ -109,7 +111,8 @@ package_order read_manifest(const std::string& path) {
   }
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
   for (image_order& image : order.images) {
-    if (!image.path.is_told()) throw refusal(image.partition.place + "the image has no line \"file = NAME\"");
+    if (!image.path.is_given())
+      throw refusal(image.partition.place + "the image has no line \"file = NAME\"");
     image.path.text = folder / image.path.text;
   }
   return order;
@@ -126,3 +129,5 @@ std::string manifest_of(const package_head& head) {
   }
   return text;
 }
+
+}  // namespace tools::tarv_pkg

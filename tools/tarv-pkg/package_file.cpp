@@ -2,6 +2,8 @@
 
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_pkg {
+
 package_head read_head(input_file& file) {
   package_head head = {};
   // Before reading: for a short file the reader would say that it had changed.
@@ -18,3 +20,5 @@ uint64_t described_length(const package_head& head) {
   for (uint32_t i = 0; i < entries_in_table(head); ++i) length += head.images[i].size;
   return length;
 }
+
+}  // namespace tools::tarv_pkg

@@ -8,6 +8,8 @@
 #include "package/format.h"
 #include "tools/tarv-pkg/input_file.h"
 
+namespace tools::tarv_pkg {
+
 // The head at the start of `file`, as it is. Throws a refusal when the file is shorter than a head.
 [[nodiscard]] package_head read_head(input_file& file);
 
@@ -18,5 +20,7 @@ inline uint32_t entries_in_table(const package_head& head) {
 
 // Bytes of the package that these entries describe. Unlike the updater's own sum this one does not wrap.
 [[nodiscard]] uint64_t described_length(const package_head& head);
+
+}  // namespace tools::tarv_pkg
 
 #endif

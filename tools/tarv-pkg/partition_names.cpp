@@ -2,6 +2,8 @@
 
 #include "store/partition_groups.h"
 
+namespace tools::tarv_pkg {
+
 std::string names_in_group(int group) {
   std::string names;
   for (const partition_group_entry& entry : partition_groups) {
@@ -24,3 +26,5 @@ const char* group_name(int group) {
       return "none";
   }
 }
+
+}  // namespace tools::tarv_pkg

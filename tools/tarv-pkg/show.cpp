@@ -8,6 +8,8 @@
 #include "tools/tarv-pkg/package_file.h"
 #include "tools/tarv-pkg/partition_names.h"
 
+namespace tools::tarv_pkg {
+
 namespace {
 
 // Bounded by its field: the text of a damaged head may lack its NUL.
@@ -84,3 +86,5 @@ void show_package(const std::string& path, bool as_json) {
     show_text(head, file.size());
   }
 }
+
+}  // namespace tools::tarv_pkg

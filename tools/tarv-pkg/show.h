@@ -4,8 +4,12 @@
 
 #include <string>
 
+namespace tools::tarv_pkg {
+
 // Prints every field of the head and of the table entries in use, as it is: nothing is judged, so that a
 // damaged package can be looked at. Throws a refusal when the file is shorter than a head.
 void show_package(const std::string& path, bool as_json);
+
+}  // namespace tools::tarv_pkg
 
 #endif

@@ -4,6 +4,8 @@
 #include "tools/common/interruption.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_store {
+
 read_handle open_partition(const mtd_partition& partition) {
   read_handle ctx(mtd_read_open(partition));
   if (!ctx) throw system_refusal("cannot open partition " + in_quotes(partition.name));
@@ -32,3 +34,5 @@ bool block_reader::next() {
   next_ = static_cast<uint32_t>(mtd_current_pos(ctx_->fd) / erase_size);
   return true;
 }
+
+}  // namespace tools::tarv_store

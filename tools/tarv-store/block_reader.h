@@ -9,6 +9,8 @@
 
 #include "mtd/partitions.h"
 
+namespace tools::tarv_store {
+
 struct read_closer {
   void operator()(mtd_read_ctx* ctx) const { mtd_read_close(ctx); }
 };
@@ -35,5 +37,7 @@ class block_reader {
   uint32_t next_;
   std::vector<uint8_t> data_;
 };
+
+}  // namespace tools::tarv_store
 
 #endif

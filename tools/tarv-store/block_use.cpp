@@ -5,6 +5,8 @@
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/block_reader.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 // What the block says by itself.
@@ -89,3 +91,5 @@ std::string use_text(const store_view& store, const block_use& use) {
   }
   return text;
 }
+
+}  // namespace tools::tarv_store

@@ -8,6 +8,8 @@
 
 #include "tools/tarv-store/store_view.h"
 
+namespace tools::tarv_store {
+
 enum class block_kind { passed_over, bad, head, image, padding, erased, other };
 
 struct block_use {
@@ -32,5 +34,7 @@ struct block_range {
 [[nodiscard]] const char* kind_name(block_kind kind);
 // The same with the names of images.
 [[nodiscard]] std::string use_text(const store_view& store, const block_use& use);
+
+}  // namespace tools::tarv_store
 
 #endif

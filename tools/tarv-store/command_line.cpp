@@ -13,6 +13,8 @@
 #include "tools/tarv-store/show.h"
 #include "tools/tarv-store/source.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 // The words of the command line, as they were given.
@@ -93,3 +95,5 @@ int run_command_line(int argc, char* argv[], FILE* out) {
     return kDone;
   });
 }
+
+}  // namespace tools::tarv_store

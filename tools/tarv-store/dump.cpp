@@ -12,6 +12,8 @@
 #include "tools/tarv-store/open_store.h"
 #include "tools/tarv-store/store_view.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 // An older dump stays: a part of it beside a part of the new one would look like a damaged store.
@@ -94,3 +96,5 @@ void dump_store(FILE* out, const std::string& folder) {
                   " there are, whole, only:" + (whole.empty() ? " none" : whole));
   }
 }
+
+}  // namespace tools::tarv_store

@@ -6,6 +6,8 @@
 #include "tools/tarv-store/block_reader.h"
 #include "tools/tarv-store/source.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 constexpr uint32_t kSmallestBlock = 512;
@@ -54,3 +56,5 @@ std::string hint_on_data(const store_view& store) {
   });
   return hint;
 }
+
+}  // namespace tools::tarv_store

@@ -9,6 +9,8 @@
 #include "store/partition_groups.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 constexpr uint32_t kUsualEraseSize = 128 * 1024;
@@ -136,3 +138,5 @@ std::vector<partition_dump> find_dumps(const std::string& folder, std::optional<
   if (dumps.empty()) throw refusal("no dump in " + in_quotes(folder) + ": it should hold userdata.bin");
   return dumps;
 }
+
+}  // namespace tools::tarv_store

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace tools::tarv_store {
+
 struct partition_dump {
   std::string name;
   std::string path;       // of NAME.bin
@@ -30,5 +32,7 @@ struct partition_dump {
 // none, and for a dump or list that cannot be what it should. Only regular files are opened.
 [[nodiscard]] std::vector<partition_dump> find_dumps(const std::string& folder,
                                                      std::optional<uint32_t>& erase_size);
+
+}  // namespace tools::tarv_store
 
 #endif

@@ -13,6 +13,8 @@
 #include "tools/tarv-store/source.h"
 #include "tools/tarv-store/store_view.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 struct verdict {
@@ -150,3 +152,5 @@ void extract_image(FILE* out, const std::string& image, const std::string& path)
   check_crc(store, wanted, copy_image(store, wanted, append));
   file.commit();
 }
+
+}  // namespace tools::tarv_store

@@ -8,6 +8,8 @@
 #include "tools/common/tool_main.h"
 #include "tools/tarv-store/command_line.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 // A stream for the tool's own results. What the updater's code prints about blocks goes to standard error, so
@@ -40,6 +42,8 @@ int run(int argc, char* argv[]) {
 
 }  // namespace
 
+}  // namespace tools::tarv_store
+
 int main(int argc, char* argv[]) {
-  return run_tool("tarv-store", run, argc, argv);
+  return tools::run_tool("tarv-store", tools::tarv_store::run, argc, argv);
 }

@@ -14,6 +14,8 @@
 #include "tools/tarv-store/open_store.h"
 #include "tools/tarv-store/source.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 struct canvas {
@@ -110,3 +112,5 @@ void map_store(FILE* out, const std::string& svg_path) {
   }
   if (!store.fault.empty()) throw refusal(store.fault);
 }
+
+}  // namespace tools::tarv_store

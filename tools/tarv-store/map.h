@@ -5,9 +5,13 @@
 #include <cstdio>
 #include <string>
 
+namespace tools::tarv_store {
+
 // Draws the picture in letters on `out`, as wide as its terminal (80 columns without one, never below 40 or
 // above 200), in colour on a terminal only. With an `svg_path` also into that file. Throws a refusal with the
 // first fault of an armed store, once all is drawn.
 void map_store(FILE* out, const std::string& svg_path);
+
+}  // namespace tools::tarv_store
 
 #endif

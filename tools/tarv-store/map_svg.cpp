@@ -2,6 +2,8 @@
 
 #include <map>
 
+namespace tools::tarv_store {
+
 namespace {
 
 constexpr size_t kInRow = 64;
@@ -76,3 +78,5 @@ std::string map_as_svg(const store_view& store, const std::vector<std::vector<bl
          " role=\"img\">\n<title>The store's blocks</title>\n" + kStyle + "<rect class=\"paper\" " + size +
          "/>\n" + body + "</svg>\n";
 }
+
+}  // namespace tools::tarv_store

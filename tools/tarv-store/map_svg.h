@@ -7,7 +7,11 @@
 
 #include "tools/tarv-store/block_use.h"
 
+namespace tools::tarv_store {
+
 [[nodiscard]] std::string map_as_svg(const store_view& store,
                                      const std::vector<std::vector<block_use>>& uses);
+
+}  // namespace tools::tarv_store
 
 #endif

@@ -12,6 +12,8 @@
 #include "tools/tarv-store/dump_hints.h"
 #include "tools/tarv-store/record_faults.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 uint32_t first_good_block(const store_partition& partition) {
@@ -97,3 +99,5 @@ store_view open_store() {
   }
   return store;
 }
+
+}  // namespace tools::tarv_store

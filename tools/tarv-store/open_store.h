@@ -4,8 +4,12 @@
 
 #include "tools/tarv-store/store_view.h"
 
+namespace tools::tarv_store {
+
 // Looks at the bad-block marks and at the head record. Throws a refusal when there is no "userdata" or it
 // cannot be examined; what is wrong with the record itself is in `fault`.
 [[nodiscard]] store_view open_store();
+
+}  // namespace tools::tarv_store
 
 #endif

@@ -5,6 +5,8 @@
 #include "store/record_rules.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 uint64_t room_in(const store_partition& partition) {
@@ -22,3 +24,5 @@ void judge_record(store_view& store) {
   if (judge_store_record(store.record, rooms, counts, fault) != 0) throw refusal(fault.text);
   for (size_t i = 0; i < store.partitions.size(); ++i) store.partitions[i].bytes = counts[i];
 }
+
+}  // namespace tools::tarv_store

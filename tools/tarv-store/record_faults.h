@@ -4,8 +4,12 @@
 
 #include "tools/tarv-store/store_view.h"
 
+namespace tools::tarv_store {
+
 // Throws a refusal that names the first fault of the store's armed record. Without one, the bytes of every
 // partition are filled in.
 void judge_record(store_view& store);
+
+}  // namespace tools::tarv_store
 
 #endif

@@ -8,6 +8,8 @@
 #include "tools/tarv-store/block_use.h"
 #include "tools/tarv-store/open_store.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 struct record_field {
@@ -119,3 +121,5 @@ void show_store(FILE* out, bool as_json) {
   (as_json ? show_json : show_text)(out, store, uses);
   if (!store.fault.empty()) throw refusal(store.fault);
 }
+
+}  // namespace tools::tarv_store

@@ -12,6 +12,8 @@
 #include "mtd/kernel_device.h"
 #include "tools/tarv-store/dumps.h"
 
+namespace tools::tarv_store {
+
 namespace {
 
 uint32_t dump_erase_size = 0;
@@ -43,6 +45,11 @@ bool is_dump(const std::string& path) {
   };
   return std::any_of(dumps.begin(), dumps.end(), is_same);
 }
+
+}  // namespace tools::tarv_store
+
+// The seam is global: mtd/device.h declares it for every program.
+using namespace tools::tarv_store;
 
 ssize_t mtd_device_list(char* text, size_t capacity) {
   if (dumps.empty()) return kernel_device_list(text, capacity);

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+namespace tools::tarv_store {
+
 // Puts the dumps in `folder` in the flash's place, for good. `erase_size` and refusals are those of
 // find_dumps.
 void read_from_dumps(const std::string& folder, std::optional<uint32_t> erase_size);
@@ -16,5 +18,7 @@ void read_from_dumps(const std::string& folder, std::optional<uint32_t> erase_si
 
 // True when `path` is one of the dumps chosen, or the list of bad blocks beside one.
 [[nodiscard]] bool is_dump(const std::string& path);
+
+}  // namespace tools::tarv_store
 
 #endif

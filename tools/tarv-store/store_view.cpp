@@ -7,6 +7,8 @@
 #include "tools/common/refusal.h"
 #include "tools/tarv-store/block_reader.h"
 
+namespace tools::tarv_store {
+
 void require_armed(const store_view& store) {
   if (store.form == record_form::storing) {
     throw refusal("the store is not armed: its record has the storing form, never to be acted on");
@@ -56,3 +58,5 @@ std::string image_name(const store_head_image& image) {
 uint32_t entries_in_list(const store_head_record& record) {
   return std::min(record.image_num, kStoreImagesMax);
 }
+
+}  // namespace tools::tarv_store

@@ -10,6 +10,8 @@
 #include "mtd/partitions.h"
 #include "store/head_record.h"
 
+namespace tools::tarv_store {
+
 enum class record_form { none, storing, armed };
 
 struct store_partition {
@@ -53,5 +55,7 @@ void cut_images(const store_head_record& record, const stream_block& block,
 
 // List entries that can be looked at: `image_num` of a damaged record may be past the list's end.
 [[nodiscard]] uint32_t entries_in_list(const store_head_record& record);
+
+}  // namespace tools::tarv_store
 
 #endif

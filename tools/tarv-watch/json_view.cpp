@@ -2,6 +2,8 @@
 #include "tools/tarv-watch/state_text.h"
 #include "tools/tarv-watch/view.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 std::string number_or_null(const known_number& number) {
@@ -30,17 +32,19 @@ std::string object(const run_state& state, const std::string& exit_status) {
          ", \"exit_status\": " + exit_status + "}\n";
 }
 
-class json_view : public view {
+class json_view : public run_view {
  public:
   void show(const run_state& state) override {
     // The object of a final status is that of finish().
     if (is_final(state.status) || (shown_ && same_news(state, last_))) return;
-    put(object(state, "null"));
+    write_now(object(state, "null"));
     shown_ = true;
     last_ = state;
   }
 
-  void finish(const run_state& state) override { put(object(state, std::to_string(exit_status_of(state)))); }
+  void finish(const run_state& state) override {
+    write_now(object(state, std::to_string(exit_status_of(state))));
+  }
 
  private:
   bool shown_ = false;
@@ -49,6 +53,8 @@ class json_view : public view {
 
 }  // namespace
 
-std::unique_ptr<view> make_json_view() {
+std::unique_ptr<run_view> make_json_view() {
   return std::make_unique<json_view>();
 }
+
+}  // namespace tools::tarv_watch

@@ -5,6 +5,8 @@
 #include "tools/tarv-watch/state_text.h"
 #include "tools/tarv-watch/view.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 constexpr int kStep = 10;  // percent from one line of a download to the next
@@ -20,18 +22,18 @@ std::string joined(const run_state& state) {
   return text;
 }
 
-class line_view : public view {
+class line_view : public run_view {
  public:
   void show(const run_state& state) override {
     if (shown_ && !is_change(state)) return;
     const std::string finished = finished_text(last_, state, SIZE_MAX);
-    if (!finished.empty()) put(finished + "\n");
-    if (!is_final(state.status)) put(joined(state) + "\n");
+    if (!finished.empty()) write_now(finished + "\n");
+    if (!is_final(state.status)) write_now(joined(state) + "\n");
     shown_ = true;
     last_ = state;
   }
 
-  void finish(const run_state& state) override { put(outcome_text(state) + "\n"); }
+  void finish(const run_state& state) override { write_now(outcome_text(state) + "\n"); }
 
  private:
   bool is_change(const run_state& state) const {
@@ -45,11 +47,13 @@ class line_view : public view {
 
 }  // namespace
 
-std::unique_ptr<view> make_line_view() {
+std::unique_ptr<run_view> make_line_view() {
   return std::make_unique<line_view>();
 }
 
-void put(std::string_view text) {
+void write_now(std::string_view text) {
   const bool written = fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0;
   if (!written) throw system_refusal("cannot write to standard output");
 }
+
+}  // namespace tools::tarv_watch

@@ -15,6 +15,8 @@
 #include "tools/common/tool_main.h"
 #include "tools/tarv-watch/watch.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 constexpr double kLongestWait = 999999999;
@@ -54,7 +56,7 @@ bool wants_colour() {
   return refused == nullptr || refused[0] == '\0';
 }
 
-std::unique_ptr<view> make_view(bool as_json) {
+std::unique_ptr<run_view> make_view(bool as_json) {
   if (as_json) return make_json_view();
   return has_terminal() ? make_terminal_view(wants_colour()) : make_line_view();
 }
@@ -82,7 +84,7 @@ int follow(int argc, char* argv[]) {
     if (dir->empty() && pid_file->empty()) order.pid_file = PATH_TARV_PID;
     return watch_run(order, *make_view(as_json)).value_or(kInterrupted);
   });
-  put("");
+  write_now("");
   return status;
 }
 
@@ -97,6 +99,8 @@ int run(int argc, char* argv[]) {
 
 }  // namespace
 
+}  // namespace tools::tarv_watch
+
 int main(int argc, char* argv[]) {
-  return run_tool("tarv-watch", run, argc, argv);
+  return tools::run_tool("tarv-watch", tools::tarv_watch::run, argc, argv);
 }

@@ -12,6 +12,8 @@
 #include "base/unique_fd.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 constexpr size_t kTextMax = 4096;  // longer than any of these files
@@ -146,3 +148,5 @@ pid_lock ask_pid_lock(const std::string& pid_file) {
   if (!is_pid_record(record)) throw refusal(in_quotes(pid_file) + " is no pid file of an updater");
   return pid_lock::free;
 }
+
+}  // namespace tools::tarv_watch

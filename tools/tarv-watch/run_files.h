@@ -10,6 +10,8 @@
 
 #include "main/run/run_directory.h"
 
+namespace tools::tarv_watch {
+
 using known_number = std::optional<int32_t>;  // as the file has it; nothing: not known
 
 // Times of the download, check and install stages and of the whole run, in this order.
@@ -40,5 +42,7 @@ enum class pid_lock { held, free, missing };
 
 // Asks for the lock on `pid_file`. Throws a refusal when the file may not be read or is no updater's.
 [[nodiscard]] pid_lock ask_pid_lock(const std::string& pid_file);
+
+}  // namespace tools::tarv_watch
 
 #endif

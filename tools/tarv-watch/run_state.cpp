@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string_view>
 
+namespace tools::tarv_watch {
+
 namespace {
 
 using std::chrono::duration;
@@ -204,3 +206,5 @@ bool run_tracker::is_settled(watch_clock::time_point now) const {
   const bool sure = state_.contradiction.empty() && (state_.status == run_status::failed || finals_ > 1);
   return sure || now - final_seen_ >= kSettling;
 }
+
+}  // namespace tools::tarv_watch

@@ -8,6 +8,8 @@
 
 #include "tools/tarv-watch/run_files.h"
 
+namespace tools::tarv_watch {
+
 using watch_clock = std::chrono::steady_clock;
 
 enum class run_status { waiting, idle, download, check, install, restore, success, failed, gone };
@@ -43,7 +45,7 @@ class run_tracker {
   explicit run_tracker(bool only_new) : only_new_(only_new) {}
 
   // Takes in a look. Returns the states since the last one: one for each status that was published meanwhile,
-  // at least one. Of a run that the first look finds only the last state is told.
+  // at least one. Of a run that the first look finds, it returns only the last state.
   [[nodiscard]] std::vector<run_state> take(const run_look& look, watch_clock::time_point now);
 
   // True once the run is over and all its files are written, or could be.
@@ -71,5 +73,7 @@ class run_tracker {
   watch_clock::time_point final_seen_;
   std::deque<sample> samples_;
 };
+
+}  // namespace tools::tarv_watch
 
 #endif

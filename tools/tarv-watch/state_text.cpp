@@ -6,6 +6,8 @@
 
 #include "tools/common/printable.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 struct unit {
@@ -118,3 +120,5 @@ std::string outcome_text(const run_state& state) {
   const std::string ending = ending_text(state);
   return state.contradiction.empty() ? ending : ending + " (" + state.contradiction + ")";
 }
+
+}  // namespace tools::tarv_watch

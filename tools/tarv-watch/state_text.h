@@ -6,6 +6,8 @@
 
 #include "tools/tarv-watch/run_state.h"
 
+namespace tools::tarv_watch {
+
 [[nodiscard]] const char* name_of(run_status status);
 
 // "5.1/12.0 MiB", or "?/12.0 MiB" as long as nothing has come; empty when the length is not known.
@@ -23,5 +25,7 @@
 
 // How it has ended, in one sentence without control characters, and what its files contradict each other in.
 [[nodiscard]] std::string outcome_text(const run_state& state);
+
+}  // namespace tools::tarv_watch
 
 #endif

@@ -7,6 +7,8 @@
 #include "tools/tarv-watch/state_text.h"
 #include "tools/tarv-watch/view.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 constexpr size_t kColumnsMin = 2, kColumnsMax = 200, kColumnsUsual = 80;
@@ -21,7 +23,7 @@ size_t usable_columns() {
   return std::clamp<size_t>(size.ws_col, kColumnsMin, kColumnsMax) - 1;
 }
 
-class terminal_view : public view {
+class terminal_view : public run_view {
  public:
   explicit terminal_view(bool in_colour) : in_colour_(in_colour) {}
 
@@ -37,7 +39,7 @@ class terminal_view : public view {
   void finish(const run_state& state) override {
     leave();
     const char* colour = exit_status_of(state) == 0 ? kGreen : kRed;
-    put(painted(colour, outcome_text(state)) + "\n");
+    write_now(painted(colour, outcome_text(state)) + "\n");
   }
 
  private:
@@ -47,14 +49,14 @@ class terminal_view : public view {
 
   void redraw(const std::string& line) {
     if (line == line_) return;
-    put(kRedraw + line);
+    write_now(kRedraw + line);
     line_ = line;
   }
 
   // Leaves the line as it is, as that of a failed stage, or with `text` in its place, and goes on below.
   void end_line(const std::string& text) {
     if (!text.empty()) redraw(text);
-    if (!line_.empty()) put("\n");
+    if (!line_.empty()) write_now("\n");
     line_.clear();
   }
 
@@ -100,6 +102,8 @@ class terminal_view : public view {
 
 }  // namespace
 
-std::unique_ptr<view> make_terminal_view(bool in_colour) {
+std::unique_ptr<run_view> make_terminal_view(bool in_colour) {
   return std::make_unique<terminal_view>(in_colour);
 }
+
+}  // namespace tools::tarv_watch

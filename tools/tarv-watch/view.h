@@ -7,12 +7,14 @@
 
 #include "tools/tarv-watch/run_state.h"
 
-class view {
+namespace tools::tarv_watch {
+
+class run_view {
  public:
-  view() = default;
-  view(const view&) = delete;
-  view& operator=(const view&) = delete;
-  virtual ~view() = default;
+  run_view() = default;
+  run_view(const run_view&) = delete;
+  run_view& operator=(const run_view&) = delete;
+  virtual ~run_view() = default;
 
   // Called with every look's states.
   virtual void show(const run_state& state) = 0;
@@ -21,14 +23,16 @@ class view {
   virtual void leave() {}
 };
 
-// One line that is redrawn, within at most 200 columns, and a line for each finished stage.
-[[nodiscard]] std::unique_ptr<view> make_terminal_view(bool in_colour);
+// One line that is redrawn, as wide as the terminal, at most 200 columns, and a line for each finished stage.
+[[nodiscard]] std::unique_ptr<run_view> make_terminal_view(bool in_colour);
 // One line for each change.
-[[nodiscard]] std::unique_ptr<view> make_line_view();
+[[nodiscard]] std::unique_ptr<run_view> make_line_view();
 // One JSON object a line for each change. "exit_status" is null in all but the last.
-[[nodiscard]] std::unique_ptr<view> make_json_view();
+[[nodiscard]] std::unique_ptr<run_view> make_json_view();
 
 // Writes `text` now.
-void put(std::string_view text);
+void write_now(std::string_view text);
+
+}  // namespace tools::tarv_watch
 
 #endif

@@ -6,6 +6,8 @@
 #include "tools/common/interruption.h"
 #include "tools/common/refusal.h"
 
+namespace tools::tarv_watch {
+
 namespace {
 
 constexpr int kPeriodMs = 200;
@@ -25,14 +27,14 @@ refusal no_pid_file(const std::string& path) {
       "--pid-file");
 }
 
-int finish(view& shown, const run_state& state) {
+int finish(run_view& shown, const run_state& state) {
   shown.finish(state);
   return exit_status_of(state);
 }
 
 }  // namespace
 
-std::optional<int> watch_run(const watch_order& order, view& shown) {
+std::optional<int> watch_run(const watch_order& order, run_view& shown) {
   run_tracker tracker(order.only_new);
   watch_clock::time_point waiting_since = watch_clock::now();
   int gone_looks = 0;
@@ -61,3 +63,5 @@ std::optional<int> watch_run(const watch_order& order, view& shown) {
     if (waiting && order.wait_seconds && waited.count() >= *order.wait_seconds) return finish(shown, state);
   }
 }
+
+}  // namespace tools::tarv_watch

@@ -7,6 +7,8 @@
 
 #include "tools/tarv-watch/view.h"
 
+namespace tools::tarv_watch {
+
 struct watch_order {
   std::string dir;
   std::string pid_file;                // empty: nothing tells when an updater has gone
@@ -17,6 +19,8 @@ struct watch_order {
 // Follows a run. Returns the watch's exit status, nothing when it was interrupted; throws a refusal when
 // standard output cannot be written or its reader has gone, and when the run directory or the pid file is not
 // what it should be or may not be read.
-[[nodiscard]] std::optional<int> watch_run(const watch_order& order, view& shown);
+[[nodiscard]] std::optional<int> watch_run(const watch_order& order, run_view& shown);
+
+}  // namespace tools::tarv_watch
 
 #endif
