@@ -106,8 +106,8 @@ class TarvStore(unittest.TestCase):
         for line in ("", "show --mtd", "--erase-size 1000 map"):
             self.tool(line, 2)
         (self.folder / "kept").touch(0o444)
-        for mine in ("vexonv.bin", "vexonv.bad", "kept"):
-            self.tool(f"extract 0 -o {mine}", 1)
+        for mine in ("extract 0 vexonv.bin", "extract 0 vexonv.bad", "extract 0 -o kept", "map --svg -"):
+            self.tool(mine, 1)
         for line in ("show", "map", "--help"):
             self.tool(line, 1, stdout=os.open("/dev/full", os.O_WRONLY))
             self.tool(line, 1, stdout=None, preexec_fn=lambda: os.close(1))

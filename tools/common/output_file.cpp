@@ -25,6 +25,9 @@ mode_t new_file_mode() {
 
 void check_output_path(const std::string& path) {
   if (path.empty()) throw refusal("the name of the output is empty; give one");
+  if (path == kStandardOutput) {
+    throw refusal("this cannot go to standard output; give a file, ./- for one of that name");
+  }
   struct stat found = {};
   if (lstat(path.c_str(), &found) != 0) return;
   if (!S_ISREG(found.st_mode)) throw refusal(in_quotes(path) + " is no regular file; choose another output");

@@ -12,8 +12,8 @@ namespace tools {
 // The name of standard output, where a tool can write to it in a file's place.
 constexpr std::string_view kStandardOutput = "-";
 
-// Refuses an empty path, one of something that is no regular file and one of a file that is read-only: a slip
-// of the pen must not replace a device, a link, or what somebody protects.
+// Refuses an empty path, the name of standard output, one of something that is no regular file and one of a
+// file that is read-only: a slip of the pen must not replace a device, a link, or what somebody protects.
 void check_output_path(const std::string& path);
 
 // Refuses a stream that leads to a terminal: the bytes of an image would garble it.

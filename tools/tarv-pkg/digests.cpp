@@ -52,7 +52,8 @@ void write_digests(const std::string& path, const std::string& output) {
   crc32_init_table();
   input_file file(path);
   const std::string target = output.empty() ? path + ".digests" : output;
-  check_output_path(target);
+  const bool streams = target == kStandardOutput;
+  streams ? check_output_stream(stdout) : check_output_path(target);
   if (file.has_name(target)) throw refusal(in_quotes(target) + " is the package; choose another output");
   const package_head head = read_head(file);
   chunk_digests digests(file.size());
@@ -69,8 +70,12 @@ void write_digests(const std::string& path, const std::string& output) {
       check_data_crc(head, i, pass_data(file, head.images[i].size, take));
     }
   });
-  output_file out(target);
   const std::string text = digests.text();
+  if (streams) {
+    write_stream(stdout, text.data(), text.size());
+    return;
+  }
+  output_file out(target);
   out.write(text.data(), text.size());
   out.commit();
 }
