@@ -1,9 +1,9 @@
 #include "fetch/answer.h"
 
-#include <curl/curl.h>
 #include <strings.h>
 
 #include <algorithm>
+#include <ctime>
 
 #include "fetch/number.h"
 
@@ -74,6 +74,15 @@ bool is_strong(std::string_view etag) {
   return etag.size() >= 2 && etag.front() == '"' && etag.back() == '"';
 }
 
+// Seconds since the epoch of a date as servers have to send it (RFC 9110, 5.6.7). libcurl's reader is no
+// help: on 32-bit machines it may have been built for another width of time_t than this program.
+std::optional<int64_t> parse_date(const std::string& text) {
+  tm parts = {};
+  const char* const end = strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
+  if (end == nullptr || *end != '\0') return std::nullopt;
+  return timegm(&parts);
+}
+
 }  // namespace
 
 void take_header_line(answer& into, std::string_view line) {
@@ -97,10 +106,9 @@ int64_t retry_after_seconds(const answer& given) {
   if (const auto seconds = parse_number(given.retry_after)) {
     return static_cast<int64_t>(std::min<uint64_t>(*seconds, INT32_MAX));
   }
-  const time_t until = curl_getdate(given.retry_after.c_str(), nullptr);
-  const time_t now = curl_getdate(given.date.c_str(), nullptr);
-  if (until == -1 || now == -1) return 0;
-  return std::clamp<int64_t>(static_cast<int64_t>(until) - now, 0, INT32_MAX);
+  const std::optional<int64_t> until = parse_date(given.retry_after), now = parse_date(given.date);
+  if (!until || !now) return 0;
+  return std::clamp<int64_t>(*until - *now, 0, INT32_MAX);
 }
 
 }  // namespace fetch

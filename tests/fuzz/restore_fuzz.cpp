@@ -16,7 +16,7 @@
 
 enum choice : uint8_t { kArmed = 1, kFields = 2, kCounts = 4, kCrcs = 8, kKeep = 16, kLastDamaged = 32 };
 
-constexpr uint32_t kBlock = 4096;
+constexpr size_t kBlock = 4096;
 constexpr uint32_t kStoreBlocks[] = {4, 2, 2,
                                      2};  // of the stream; "userdata" has a bad one and the head's besides
 constexpr const char* kTargets[] = {"system", "modem", "systemdata"};

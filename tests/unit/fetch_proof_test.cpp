@@ -17,7 +17,8 @@ std::string base64(const std::string& bytes) {
   std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
   sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()),
                     bytes.size(), sodium_base64_VARIANT_ORIGINAL);
-  return text.c_str();
+  text.pop_back();  // the NUL that is counted, too
+  return text;
 }
 
 // A signer, by the format's description and not by our code.
