@@ -16,7 +16,7 @@
 
 enum choice : uint8_t { kArmed = 1, kFields = 2, kCounts = 4, kCrcs = 8, kKeep = 16, kLastDamaged = 32 };
 
-constexpr size_t kBlock = 4096;
+constexpr uint32_t kBlock = 4096;
 constexpr uint32_t kStoreBlocks[] = {4, 2, 2,
                                      2};  // of the stream; "userdata" has a bad one and the head's besides
 constexpr const char* kTargets[] = {"system", "modem", "systemdata"};
@@ -90,15 +90,15 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                             size - 1 - sizeof record);
   std::string parts[4];
   for (size_t i = 0; i < 4; ++i) {
-    while (parts[i].size() < kStoreBlocks[i] * kBlock) parts[i] += filling + static_cast<char>(i);
-    parts[i].resize(kStoreBlocks[i] * kBlock);
+    while (parts[i].size() < size_t{kStoreBlocks[i]} * kBlock) parts[i] += filling + static_cast<char>(i);
+    parts[i].resize(size_t{kStoreBlocks[i]} * kBlock);
   }
   mend_record(data[0], record, parts);
   std::string head(reinterpret_cast<const char*>(&record), sizeof record);
   head.resize(kBlock);
   put(0, std::string(kBlock, '\xff') + head + parts[0]);
   for (size_t i = 1; i < 4; ++i) put(i, parts[i]);
-  for (size_t i = 0; i < 3; ++i) put(4 + i, std::string(kTargetBlocks[i] * kBlock, '#'));
+  for (size_t i = 0; i < 3; ++i) put(4 + i, std::string(size_t{kTargetBlocks[i]} * kBlock, '#'));
 
   sim_restart(kFolder);
   restore::forget_fault();
@@ -115,7 +115,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   REQUIRE(status == 0 || status == restore::kRefused || status == restore::kNothing);
   REQUIRE(status == 0 || *restore::fault_text() != '\0' || status == restore::kNothing);
   for (size_t i = 0; i < 3; ++i) {
-    const size_t length = kTargetBlocks[i] * kBlock;
+    const size_t length = size_t{kTargetBlocks[i]} * kBlock;
     std::string expected(length, '#');
     if (const auto found = images.find(kTargets[i]); found != images.end()) {
       expected = found->second + std::string(length - found->second.size(), '\xff');
