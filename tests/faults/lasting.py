@@ -38,7 +38,9 @@ def faults_on(module, worked_on, further=0):
 
 def case_of(module_kind, faults):
     sort = " and ".join(sorted({fault.sort for fault in faults}))
-    return Case(f"{module_kind}: " + "; ".join(fault.line for fault in faults), module_kind, sort, faults)
+    blocks = len({fault.block for fault in faults})
+    kind = module_kind if len(faults) == 1 else "one block" if blocks == 1 else "two blocks"
+    return Case(f"{module_kind}: " + "; ".join(fault.line for fault in faults), kind, sort, faults)
 
 
 def lasting_cases(module, operations):
@@ -84,10 +86,10 @@ def has_room(module):
 
 def try_lasting(module, case):
     """Returns what became of the first and the third run."""
-    module.reset(case.kind)
-    before, outcomes = Before(module, MODULES[case.kind]), []
-    head = (("userdata", module.good_blocks("userdata")[0]))
-    plan = case.plan.partition(": ")[2]
+    module_kind, _, plan = case.plan.partition(": ")
+    module.reset(module_kind)
+    before, outcomes = Before(module, MODULES[module_kind]), []
+    head = "userdata", module.good_blocks("userdata")[0]
     for faulty in (True, False, True):
         status = module.update(plan if faulty else "")
         before = judge_lasting(module, status, before)
