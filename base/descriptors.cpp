@@ -27,6 +27,14 @@ void for_each_descriptor(Work work) {
 
 }  // namespace
 
+void occupy_standard_descriptors() {
+  int fd;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
 void keep_descriptors_private() {
   for_each_descriptor([](int fd) { fcntl(fd, F_SETFD, FD_CLOEXEC); });
 }

@@ -1,12 +1,11 @@
 // tarv-fetch: brings a package over networks that break, proves it, and feeds it to the updater.
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "base/descriptors.h"
 #include "fetch/exit_status.h"
 #include "fetch/files.h"
 #include "fetch/news.h"
@@ -17,15 +16,6 @@ namespace {
 
 constexpr size_t kMaxPem =
     size_t{4} * 1024 * 1024;  // bytes; all authorities of a distribution are some 200 KiB
-
-// As in the updater: sockets must not get the numbers of the standard descriptors.
-void occupy_standard_descriptors() {
-  int fd;
-  do {
-    fd = open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) close(fd);
-}
 
 // Reads the file that an option names into `into`. False, told, when it cannot be read.
 bool take_file(const std::string& path, std::string& into) {

@@ -1,7 +1,5 @@
 // The updater's entry point: from the command line to the end of a run.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -9,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/descriptors.h"
 #include "base/shell.h"
 #include "main/daemon.h"
 #include "main/options.h"
@@ -20,16 +19,6 @@
 namespace {
 
 constexpr const char* kOp = "main";
-
-// Makes sure that 0, 1 and 2 are taken. Otherwise flash or a socket could get one of these numbers, and the
-// program would print its messages into it.
-void occupy_standard_descriptors() {
-  int fd;
-  do {
-    fd = open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) close(fd);
-}
 
 void empty_run_directory() {
   char command[1024];

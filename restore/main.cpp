@@ -7,21 +7,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/descriptors.h"
 #include "restore/fault.h"
 #include "restore/lock.h"
 #include "restore/progress.h"
 #include "restore/restore.h"
 
 namespace {
-
-// Whatever is opened later must not become a standard descriptor and receive messages: it may be flash.
-void open_standard_descriptors() {
-  for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = open("/dev/null", O_RDWR)) {
-    if (fd <= STDERR_FILENO) continue;
-    close(fd);
-    break;
-  }
-}
 
 bool is_set(const char* name) {
   const char* const value = getenv(name);
@@ -54,7 +46,7 @@ void choose_form(const restore::options& wanted) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  open_standard_descriptors();
+  occupy_standard_descriptors();
   signal(SIGPIPE, SIG_IGN);  // a restore goes on when nobody listens any longer
   restore::options wanted;
   switch (restore::read_options(argc, argv, wanted)) {
