@@ -93,13 +93,17 @@ bool fits(const mtd_partition& partition, uint32_t position) {
   return static_cast<int32_t>(position + partition.erase_size) <= static_cast<int32_t>(partition.size);
 }
 
+// Where the next write goes, in bytes, or -1, reported.
+int64_t write_position(const mtd_write_ctx& ctx) {
+  const int64_t position = mtd_current_pos(ctx.fd);
+  if (position < 0) printf("mtd: write_block: couldn't SEEK_CUR: %s\n", strerror(errno));
+  return position;
+}
+
 // Writes one erase block from `data` into the next block that takes it. Returns 0 or -1.
 [[nodiscard]] int write_block(mtd_write_ctx& ctx, const uint8_t* data) {
-  const int64_t start = mtd_current_pos(ctx.fd);
-  if (start < 0) {
-    printf("mtd: write_block: couldn't SEEK_CUR: %s\n", strerror(errno));
-    return -1;
-  }
+  const int64_t start = write_position(ctx);
+  if (start < 0) return -1;
   for (auto position = static_cast<uint32_t>(start); fits(*ctx.partition, position);
        position += ctx.partition->erase_size) {
     if (!is_unwritable(ctx, position) && write_block_at(ctx, position, data)) return 0;
@@ -239,11 +243,8 @@ int64_t mtd_write_data(mtd_write_ctx& ctx, const void* data, uint32_t length) {
 }
 
 int mtd_write_in_place(mtd_write_ctx& ctx, const void* data, uint32_t length) {
-  const int64_t position = mtd_current_pos(ctx.fd);
-  if (position < 0) {
-    printf("mtd: write_block: couldn't SEEK_CUR: %s\n", strerror(errno));
-    return -1;
-  }
+  const int64_t position = write_position(ctx);
+  if (position < 0) return -1;
   const auto block = static_cast<uint32_t>(position);
   memcpy(ctx.block.get(), data, length);
   memset(ctx.block.get() + length, 0, ctx.partition->erase_size - length);

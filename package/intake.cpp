@@ -98,7 +98,7 @@ int prepare_store() {
     return -1;
   }
   TARV_LOG(kOp, "tarv_umount_ubi userdata success\n");
-  // From here on nobody may restore what the partitions hold, whatever happens to this run.
+  // The storing form: while it stands, nobody restores what the partitions hold.
   ghead->magic = TARV_STORING_MAGIC;
   ghead->status = ginfo->status;
   ghead->valid_pt = 0;
